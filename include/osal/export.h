@@ -1,0 +1,4 @@
+#pragma once
+
+// Marks what the shared library offers; everything else in it stays hidden.
+#define OSAL_API __attribute__((visibility("default")))

@@ -1,0 +1,40 @@
+#pragma once
+
+#include "osal/export.h"
+
+#include <cstdint>
+#include <string>
+#include <sys/types.h>
+
+namespace osal {
+
+// Clocks in microseconds, nanoseconds cut off. -1, with an error line, when the system does not offer the
+// clock. Safe from any thread.
+
+// The clock with the given POSIX clock id.
+OSAL_API int64_t GetTimeByClockType(int clockType);
+// Wall-clock time since the Unix epoch. It jumps when the system time is set.
+OSAL_API int64_t GetTimeUs();
+// Monotonic time since boot, without the time spent in suspend.
+OSAL_API int64_t GetTimeUsBoot();
+// Monotonic time since boot, with the time spent in suspend.
+OSAL_API int64_t GetTimeUsBootWithSuspend();
+
+// Threads. Safe from any thread.
+
+// The calling thread's kernel id.
+OSAL_API pid_t GetTid();
+// The calling thread's POSIX handle, as SetThreadPriority() takes it.
+OSAL_API long GetThreadId();
+// Names the calling thread. The kernel keeps the first 15 bytes, even if that cuts a UTF-8 sequence. An
+// empty name logs a warning and changes nothing.
+OSAL_API void SetThreadName(const std::string& name);
+// Puts a thread of this process under SCHED_FIFO with the given priority (1 to 99 on Linux; nothing is
+// clamped), whatever its policy was. `thread` must not have been joined, nor have ended detached.
+// Returns 0, or, after an error line, the positive error number of the POSIX call that failed, with the
+// thread's scheduling unchanged: EPERM without the right to real-time scheduling, EINVAL for the priority.
+OSAL_API int SetThreadPriority(long thread, int priority);
+// Writes the calling thread's stack to the log under the tag "DEBUG" and returns `value` unchanged.
+OSAL_API int PrintBacktrace(int value);
+
+}  // namespace osal

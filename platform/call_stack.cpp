@@ -1,0 +1,82 @@
+#include <utils/CallStack.h>
+
+#include <android/log.h>
+#include <array>
+#include <cstdlib>
+#include <cxxabi.h>
+#include <dlfcn.h>
+#include <memory>
+#include <unwind.h>
+
+namespace {
+
+constexpr size_t MAX_FRAMES = 256;
+
+struct Frames {
+    std::array<uintptr_t, MAX_FRAMES> mAddresses;
+    size_t mCount;
+};
+
+struct Free {
+    void operator()(char* block) const { free(block); }
+};
+
+_Unwind_Reason_Code Collect(_Unwind_Context* context, void* argument)
+{
+    auto* frames = static_cast<Frames*>(argument);
+    const uintptr_t address = _Unwind_GetIP(context);
+    if (address == 0 || frames->mCount == MAX_FRAMES) {
+        return _URC_END_OF_STACK;
+    }
+    frames->mAddresses[frames->mCount++] = address;
+    return _URC_NO_REASON;
+}
+
+void LogFrame(const char* logtag, size_t number, uintptr_t returnAddress)
+{
+    // The call stands before the address that it returns to, which may belong to the next function already.
+    const uintptr_t address = returnAddress - 1;
+    Dl_info info{};
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): the unwinder gives integers, dladdr() takes pointers
+    if (dladdr(reinterpret_cast<void*>(address), &info) == 0 || info.dli_fname == nullptr) {
+        __android_log_print(ANDROID_LOG_DEBUG, logtag, "#%02zu pc %016zx  <unknown>", number, address);
+        return;
+    }
+    const uintptr_t offset = address - reinterpret_cast<uintptr_t>(info.dli_fbase);
+    if (info.dli_sname == nullptr) {
+        __android_log_print(ANDROID_LOG_DEBUG, logtag, "#%02zu pc %016zx  %s", number, offset, info.dli_fname);
+        return;
+    }
+    int status = 0;
+    const std::unique_ptr<char, Free> demangled(
+        abi::__cxa_demangle(info.dli_sname, nullptr, nullptr, &status));
+    __android_log_print(ANDROID_LOG_DEBUG, logtag, "#%02zu pc %016zx  %s (%s+%zu)", number, offset, info.dli_fname,
+                        demangled ? demangled.get() : info.dli_sname,
+                        address - reinterpret_cast<uintptr_t>(info.dli_saddr));
+}
+
+}  // namespace
+
+namespace android {
+
+__attribute__((noinline)) CallStack::CallStack(const char* logtag, int32_t ignoreDepth)
+{
+    // Which frames the unwinder shows of this function and its helpers depends on the optimiser. The address
+    // that this constructor returns to does not: it belongs to frame 1.
+    const auto callSite = reinterpret_cast<uintptr_t>(__builtin_extract_return_addr(__builtin_return_address(0)));
+    Frames frames{};
+    _Unwind_Backtrace(Collect, &frames);
+    size_t caller = 1;  // if it is not found, nothing but this constructor is left out
+    for (size_t i = 1; i < frames.mCount; ++i) {
+        if (frames.mAddresses[i] == callSite) {
+            caller = i;
+            break;
+        }
+    }
+    const size_t first = caller - 1 + (ignoreDepth > 0 ? static_cast<size_t>(ignoreDepth) : 0);
+    for (size_t i = first; i < frames.mCount; ++i) {
+        LogFrame(logtag, i - first, frames.mAddresses[i]);
+    }
+}
+
+}  // namespace android

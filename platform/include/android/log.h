@@ -1,0 +1,29 @@
+#pragma once
+
+// Stand-in for the platform's log where there is none.
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+typedef enum android_LogPriority {
+    ANDROID_LOG_UNKNOWN = 0,
+    ANDROID_LOG_DEFAULT = 1,
+    ANDROID_LOG_VERBOSE = 2,
+    ANDROID_LOG_DEBUG = 3,
+    ANDROID_LOG_INFO = 4,
+    ANDROID_LOG_WARN = 5,
+    ANDROID_LOG_ERROR = 6,
+    ANDROID_LOG_FATAL = 7,
+    ANDROID_LOG_SILENT = 8,
+} android_LogPriority;
+
+// Writes one line to standard error: time, process, thread, priority letter, tag and text. Lines of several
+// threads do not mix. A null tag is empty; `errno` is kept. Returns the bytes written or a negated error
+// number. A program that defines this function itself receives every line instead.
+__attribute__((visibility("default"), format(printf, 3, 4))) int __android_log_print(int prio, const char* tag,
+                                                                                     const char* fmt, ...);
+
+#ifdef __cplusplus
+}
+#endif

@@ -1,0 +1,110 @@
+#include "osal/memfd.h"
+
+#include <android/log.h>
+#include <cerrno>
+#include <climits>
+#include <fcntl.h>
+#include <linux/memfd.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace osal {
+
+namespace {
+
+constexpr const char* LOG_TAG = "Memoryfd";
+
+// The kernel's number; headers that are older than the seal do not have it.
+constexpr int SEAL_FUTURE_WRITE = 0x10;
+
+// A memory file on a descriptor of 1 or more, since 0 counts as invalid; -1 with errno set.
+int CreateMemoryFile(const char* name)
+{
+    const int fd = static_cast<int>(syscall(SYS_memfd_create, name, MFD_ALLOW_SEALING));
+    if (fd != 0) {
+        return fd;
+    }
+    const int moved = fcntl(fd, F_DUPFD, 1);
+    const int error = errno;
+    close(fd);
+    errno = error;
+    return moved;
+}
+
+}  // namespace
+
+// NOLINTNEXTLINE(performance-unnecessary-value-param): the binary interface passes the name by value
+int MemfdCreateRegion(std::string name, unsigned long size)
+{
+    const auto signedSize = static_cast<ssize_t>(size);
+    if (size == 0 || name.empty()) {
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "Is memfd name: %s  empty or size: %zd less than zero?",
+                            name.c_str(), signedSize);
+        return -1;
+    }
+    const int fd = CreateMemoryFile(name.c_str());
+    if (fd == -1) {
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "%s(%s, %zd) failed: %d.", __func__, name.c_str(),
+                            signedSize, errno);
+        return -1;
+    }
+    if (ftruncate(fd, signedSize) == -1) {
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "ftruncate(%s, %zd) failed for memfd creation: %d.",
+                            name.c_str(), signedSize, errno);
+        close(fd);
+        return -1;
+    }
+    return fd;
+}
+
+bool MemfdIsValid(int fd)
+{
+    if (fd < 1 || fcntl(fd, F_GET_SEALS) == -1) {
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "Invalid memfd: %d", fd);
+        return false;
+    }
+    return true;
+}
+
+int MemfdSetProtRegion(int fd, int prot)
+{
+    if (prot <= 0 || !MemfdIsValid(fd)) {
+        return -1;
+    }
+    if ((prot & PROT_WRITE) != 0) {
+        __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "Only proceed if the fd needs to be write-protected.");
+        return 0;
+    }
+    if (fcntl(fd, F_ADD_SEALS, SEAL_FUTURE_WRITE) == -1) {
+        const int error = errno;
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "%s(%d, %d): F_SEAL_FUTURE_WRITE seal failed: %d.",
+                            __func__, fd, prot, error);
+        if (error == EINVAL) {
+            __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "The kernel does not support this function.");
+        }
+        return -1;
+    }
+    return 0;
+}
+
+int MemfdGetRegionSize(int fd)
+{
+    if (!MemfdIsValid(fd)) {
+        return -1;
+    }
+    struct stat status {};
+    if (fstat(fd, &status) == -1) {
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "%s(%d): fstat failed: %d.", __func__, fd, errno);
+        return -1;
+    }
+    if (status.st_size > INT_MAX) {
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "%s(%d): size %lld is more than an int holds.", __func__,
+                            fd, static_cast<long long>(status.st_size));
+        return -1;
+    }
+    return static_cast<int>(status.st_size);
+}
+
+}  // namespace osal

@@ -1,0 +1,97 @@
+#include "osal/media_meta.h"
+
+#include "media_meta_internal.h"
+
+#include <android/log.h>
+#include <cstdlib>
+#include <cstring>
+
+namespace osal {
+
+// Callers in other libraries are compiled against these layouts.
+static_assert(sizeof(MediaMeta::Fraction) == 8 && offsetof(MediaMeta::Fraction, den) == 4);
+static_assert(sizeof(MediaMeta::Rect) == 16 && offsetof(MediaMeta::Rect, b) == 4 &&
+              offsetof(MediaMeta::Rect, c) == 8 && offsetof(MediaMeta::Rect, d) == 12);
+static_assert(sizeof(MediaMeta::ByteBuffer) == 16 && offsetof(MediaMeta::ByteBuffer, size) == 0 &&
+              offsetof(MediaMeta::ByteBuffer, data) == 8);
+static_assert(sizeof(MetaType) == 4 && sizeof(MediaMeta::MetaItem::Value) == 16);
+static_assert(META_TYPE_NONE == 0 && META_TYPE_INT8 == 1 && META_TYPE_INT16 == 2 && META_TYPE_INT32 == 3 &&
+              META_TYPE_INT64 == 4 && META_TYPE_UINT8 == 5 && META_TYPE_UINT16 == 6 &&
+              META_TYPE_UINT32 == 7 && META_TYPE_UINT64 == 8 && META_TYPE_FLOAT == 9 &&
+              META_TYPE_DOUBLE == 10 && META_TYPE_POINTER == 11 && META_TYPE_STRING == 12 &&
+              META_TYPE_BYTE_BUFFER == 13 && META_TYPE_FRACTION == 14 && META_TYPE_RECT == 15 &&
+              META_TYPE_OBJECT == 16);
+// "%ld" and the mangled names of the 64-bit operations rest on this.
+static_assert(std::is_same_v<int64_t, long> && std::is_same_v<uint64_t, unsigned long>);
+
+char* DuplicateText(const char* text)
+{
+    char* copy = strdup(text);
+    if (copy == nullptr) {
+        __android_log_print(ANDROID_LOG_ERROR, META_LOG_TAG, "fail to alloc mem for str");
+    }
+    return copy;
+}
+
+MediaMeta::MetaBase::~MetaBase() = default;
+
+// NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): whoever sets the type sets the value
+MediaMeta::MetaItem::MetaItem() : mType(META_TYPE_NONE) {}
+
+MediaMeta::MetaItem::~MetaItem() = default;
+
+std::shared_ptr<MediaMeta::MetaItem> MediaMeta::MetaItem::Create()
+{
+    return {new MetaItem, &MetaItem::Destroy};
+}
+
+void MediaMeta::MetaItem::Destroy(MetaItem* item)
+{
+    if (item == nullptr) {
+        return;
+    }
+    switch (item->mType) {
+        case META_TYPE_STRING:
+            free(item->mValue.stringValue);
+            item->mValue.stringValue = nullptr;
+            break;
+        case META_TYPE_BYTE_BUFFER:
+            delete[] item->mValue.byteBufferValue.data;
+            item->mValue.byteBufferValue = {0, nullptr};
+            break;
+        case META_TYPE_OBJECT:
+            item->mObject.reset();
+            break;
+        default:
+            break;
+    }
+    delete item;
+}
+
+std::shared_ptr<MediaMeta> MediaMeta::Create()
+{
+    return std::make_shared<MediaMeta>();
+}
+
+MediaMeta::MediaMeta() = default;
+
+MediaMeta::~MediaMeta()
+{
+    Destroy();
+}
+
+void MediaMeta::Destroy()
+{
+    // The end survives clear(); the first position would be left dangling for Begin() to compare with.
+    if (mBeginIter) {
+        *mBeginIter = ConstIterator(mItems, mItems.end());
+    }
+    mItems.clear();
+}
+
+bool MediaMeta::ContainsKey(const char* key) const
+{
+    return key != nullptr && mItems.find(key) != mItems.end();
+}
+
+}  // namespace osal

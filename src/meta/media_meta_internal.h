@@ -1,0 +1,12 @@
+#pragma once
+
+#include "osal/media_meta.h"
+
+namespace osal {
+
+inline constexpr const char* META_LOG_TAG = "MediaMeta";
+
+// A copy of `text` to be released with free(); null, after an error line, when there is no memory for it.
+char* DuplicateText(const char* text);
+
+}  // namespace osal

@@ -1,0 +1,234 @@
+#include "osal/media_param.h"
+
+#include <android/log.h>
+#include <cstring>
+#include <memcpy_s.h>
+#include <utility>
+
+namespace osal {
+
+namespace {
+
+constexpr const char* LOG_TAG = "MediaParam";
+
+// From the last to the first: what was handed in later may rest on what was handed in before it.
+void ReleaseRefs(std::vector<std::shared_ptr<MediaRefBase>>& refs)
+{
+    while (!refs.empty()) {
+        refs.pop_back();
+    }
+}
+
+}  // namespace
+
+MediaRefBase::~MediaRefBase() = default;
+
+// new[] and not make_unique(): nobody reads bytes that were not written, so they need no zeroing.
+MediaParam::MediaParam() : mData(new uint8_t[MEDIA_PARAM_CAPACITY]), mCapacity(MEDIA_PARAM_CAPACITY) {}
+
+MediaParam::MediaParam(const MediaParam& other) : MediaParam(&other) {}
+
+MediaParam::MediaParam(const MediaParam* other)
+{
+    Copy(other);
+}
+
+// NOLINTNEXTLINE(bugprone-unhandled-self-assignment): Copy() sees to it
+MediaParam& MediaParam::operator=(const MediaParam& other)
+{
+    Copy(&other);
+    return *this;
+}
+
+MediaParam::~MediaParam()
+{
+    mData.reset();
+    ReleaseRefs(mRefs);
+}
+
+void MediaParam::Copy(const MediaParam* other)
+{
+    if (other == nullptr) {
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "%s: Target pointer can not be nullptr", __func__);
+        return;
+    }
+    if (other == this) {
+        return;
+    }
+    const uint64_t size = other->mCapacity;
+    if (size == 0) {
+        Reset();
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "%s:Copy failed, invalid size: %zu.", __func__, size);
+        return;
+    }
+    // Everything that can throw comes first: then this parcel is still as it was.
+    std::unique_ptr<uint8_t[]> data(new uint8_t[size]);
+    auto strings = other->mStrings;
+    auto refs = other->mRefs;
+
+    if (memcpy_s(data.get(), size, other->mData.get(), size) != 0) {
+        Reset();
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "%s: memcpy failed.", __func__);
+        return;
+    }
+    mData = std::move(data);
+    mCapacity = size;
+    mWritePos = other->mWritePos;
+    mReadPos = 0;
+    mStrings = std::move(strings);
+    mRefs.swap(refs);
+    mStringReadIndex = 0;
+    mRefReadIndex = 0;
+    ReleaseRefs(refs);
+}
+
+void MediaParam::Reset()
+{
+    mData.reset();
+    mCapacity = 0;
+    mWritePos = 0;
+    mReadPos = 0;
+    mStrings.clear();
+    mStringReadIndex = 0;
+    mRefReadIndex = 0;
+    ReleaseRefs(mRefs);
+}
+
+template <typename T>
+int32_t MediaParam::WriteFixed(T value)
+{
+    if (mCapacity - mWritePos < sizeof(value)) {
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "%s failed: ERR_NO_MORE.", __func__);
+        return ERR_NO_MORE;
+    }
+    memcpy(mData.get() + mWritePos, &value, sizeof(value));
+    mWritePos += sizeof(value);
+    return 0;
+}
+
+template <typename T>
+int32_t MediaParam::ReadFixed(T* out) const
+{
+    if (out == nullptr) {
+        return ERR_NO_MORE;
+    }
+    if (mWritePos - mReadPos < sizeof(*out)) {
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "%s failed: ERR_NO_MORE.", __func__);
+        return ERR_NO_MORE;
+    }
+    memcpy(out, mData.get() + mReadPos, sizeof(*out));
+    mReadPos += sizeof(*out);
+    return 0;
+}
+
+int32_t MediaParam::WriteInt32(int32_t value)
+{
+    return WriteFixed(value);
+}
+
+int32_t MediaParam::WriteInt64(int64_t value)
+{
+    return WriteFixed(value);
+}
+
+int32_t MediaParam::WriteFloat(float value)
+{
+    return WriteFixed(value);
+}
+
+int32_t MediaParam::WriteDouble(double value)
+{
+    return WriteFixed(value);
+}
+
+int32_t MediaParam::WriteRawPointer(const uint8_t* ptr)
+{
+    return WriteFixed(ptr);
+}
+
+int32_t MediaParam::WriteString(const char* str)
+{
+    if (str == nullptr) {
+        return -1;
+    }
+    mStrings.emplace_back(str);
+    return 0;
+}
+
+int32_t MediaParam::WritePointer(const std::shared_ptr<MediaRefBase>& ref)
+{
+    mRefs.push_back(ref);
+    return 0;
+}
+
+int32_t MediaParam::ReadInt32(int32_t* out) const
+{
+    return ReadFixed(out);
+}
+
+int32_t MediaParam::ReadInt64(int64_t* out) const
+{
+    return ReadFixed(out);
+}
+
+int32_t MediaParam::ReadFloat(float* out) const
+{
+    return ReadFixed(out);
+}
+
+int32_t MediaParam::ReadDouble(double* out) const
+{
+    return ReadFixed(out);
+}
+
+int32_t MediaParam::ReadRawPointer(uint8_t** out) const
+{
+    return ReadFixed(out);
+}
+
+int32_t MediaParam::ReadInt32() const
+{
+    int32_t value = 0;
+    ReadFixed(&value);
+    return value;
+}
+
+int64_t MediaParam::ReadInt64() const
+{
+    int64_t value = 0;
+    ReadFixed(&value);
+    return value;
+}
+
+float MediaParam::ReadFloat() const
+{
+    float value = 0.0F;
+    ReadFixed(&value);
+    return value;
+}
+
+double MediaParam::ReadDouble() const
+{
+    double value = 0.0;
+    ReadFixed(&value);
+    return value;
+}
+
+uint8_t* MediaParam::ReadRawPointer() const
+{
+    uint8_t* value = nullptr;
+    ReadFixed(&value);
+    return value;
+}
+
+const char* MediaParam::ReadString() const
+{
+    return mStringReadIndex < mStrings.size() ? mStrings[mStringReadIndex++].c_str() : nullptr;
+}
+
+std::shared_ptr<MediaRefBase> MediaParam::ReadPointer() const
+{
+    return mRefReadIndex < mRefs.size() ? mRefs[mRefReadIndex++] : nullptr;
+}
+
+}  // namespace osal

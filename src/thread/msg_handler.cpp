@@ -1,0 +1,25 @@
+#include "osal/msg_queue.h"
+
+namespace osal {
+
+IMsgHandler::~IMsgHandler() = default;
+
+MsgHandlerBase::MsgHandlerBase() : mFinished(false) {}
+
+MsgHandlerBase::~MsgHandlerBase() = default;
+
+void MsgHandlerBase::Wait()
+{
+    std::unique_lock<std::mutex> lock(mMutex);
+    mCond.wait(lock, [this] { return mFinished; });
+}
+
+void MsgHandlerBase::NotifyFinished()
+{
+    // Notified under the lock: a waiter may destroy the handler as soon as it gets hold of it.
+    const std::lock_guard<std::mutex> lock(mMutex);
+    mFinished = true;
+    mCond.notify_all();
+}
+
+}  // namespace osal

@@ -1,0 +1,104 @@
+#include "osal/thread.h"
+
+#include "osal/utils.h"
+
+#include <android/log.h>
+#include <cerrno>
+#include <system_error>
+
+namespace osal {
+
+namespace {
+
+constexpr const char* LOG_TAG = "NuThread";
+
+// The object whose worker the calling thread is. It outlives the object itself, so that a worker can tell
+// that its Run() has destroyed it.
+thread_local const Thread* tWorkerOf = nullptr;
+
+}  // namespace
+
+Thread::Thread() : mName("Unkown"), mPriority(PRIORITY_DEFAULT), mId(-1), mStop(true) {}
+
+Thread::~Thread()
+{
+    Stop();
+    if (mThread) {
+        // Stop() refused because this is the worker itself, which cannot join itself: it is let go instead.
+        tWorkerOf = nullptr;
+        mThread->detach();
+    }
+}
+
+int32_t Thread::Start(const std::string& name, Priority priority)
+{
+    // Held until the thread exists and all is recorded: the worker's first act is to take it.
+    const std::lock_guard<std::mutex> lock(mMutex);
+    if (mThread) {
+        __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s:  Thread %s is not stop, ignore!", __func__,
+                            mName.c_str());
+        return -EEXIST;
+    }
+    mName = name;
+    mStop = false;
+    try {
+        mThread = std::make_unique<std::thread>(&Thread::ThreadFunc, this);
+    } catch (const std::system_error&) {
+        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "%s: Create thread %s failed!", __func__, mName.c_str());
+        return -ENOMEM;
+    }
+    mPriority = priority;
+    return 0;
+}
+
+void Thread::Stop()
+{
+    std::unique_lock<std::mutex> lock(mMutex);
+    if (!mThread) {
+        return;
+    }
+    if (tWorkerOf == this) {
+        __android_log_print(ANDROID_LOG_WARN, LOG_TAG, "%s: Thread %s is not allowed to stop itself", __func__,
+                            mName.c_str());
+        return;
+    }
+    if (mStop) {
+        // Another thread is joining the worker, and only one may.
+        mCond.wait(lock, [this] { return !mThread || !mStop; });
+        return;
+    }
+    mStop = true;
+    lock.unlock();
+    mThread->join();
+    lock.lock();
+    mThread.reset();
+    mCond.notify_all();
+}
+
+int32_t Thread::GetId()
+{
+    const std::lock_guard<std::mutex> lock(mMutex);
+    return mThread ? mId : -1;
+}
+
+void Thread::ThreadFunc()
+{
+    tWorkerOf = this;
+    {
+        const std::lock_guard<std::mutex> lock(mMutex);
+        mId = GetTid();
+        mCond.notify_all();
+    }
+    // Without the lock from here on: nothing changes the name and the priority while there is a worker.
+    SetThreadName(mName);
+    const int error = SetThreadPriority(GetThreadId(), mPriority);
+    if (error != 0) {
+        __android_log_print(ANDROID_LOG_WARN, LOG_TAG, "%s, SetThreadPriority ret:%d, mId:%d", mName.c_str(),
+                            error, mId);
+    }
+    // Once Run() has destroyed the object, nothing of it may be read.
+    while (!mStop && Run() && tWorkerOf == this) {
+    }
+}
+
+}  // namespace osal

@@ -1,0 +1,552 @@
+#include "osal/media_meta.h"
+#include "osal/media_param.h"
+#include "support.h"
+
+#include <cstring>
+#include <functional>
+#include <gtest/gtest.h>
+
+using osal::MediaMeta;
+using osal::MediaParam;
+using MetaItem = MediaMeta::MetaItem;
+
+namespace {
+
+constexpr const char* TAG = "MediaMeta";
+
+LogLine Error(const std::string& text)
+{
+    return {ANDROID_LOG_ERROR, TAG, text};
+}
+
+std::vector<std::string> Keys(const MediaMeta& meta)
+{
+    std::vector<std::string> keys;
+    for (auto it = meta.Begin(); it != meta.End(); ++it) {
+        keys.push_back(it.Key());
+    }
+    return keys;
+}
+
+std::shared_ptr<MetaItem> ItemOf(const MediaMeta& meta, const std::string& key)
+{
+    auto it = meta.Begin();
+    while (it != meta.End() && it.Key() != key) {
+        ++it;
+    }
+    return it.Value();
+}
+
+struct Object : MediaMeta::MetaBase {
+    int mark = 0;
+};
+
+uint8_t gBytes[] = {1, 2, 3, 0, 255};
+const auto gObject = std::make_shared<Object>();
+
+// One value type: how to store two values of it, and how to see that a getter yields one of them. Check()
+// gives what the getter answered; its outputs are preset, so that writing them on failure shows.
+struct TypeCase {
+    osal::MetaType type;
+    std::function<bool(MediaMeta&, const char*, bool second)> set;
+    std::function<bool(const MediaMeta&, const char*, bool& isFirst, bool& isSecond)> get;
+};
+
+template <typename T, typename Setter, typename Getter>
+TypeCase Plain(osal::MetaType type, Setter setter, Getter getter, T first, T second)
+{
+    return {type,
+            [=](MediaMeta& meta, const char* key, bool useSecond) {
+                return (meta.*setter)(key, useSecond ? second : first);
+            },
+            [=](const MediaMeta& meta, const char* key, bool& isFirst, bool& isSecond) {
+                T value{};
+                T untouched{};
+                const bool found = (meta.*getter)(key, value);
+                isFirst = memcmp(&value, &first, sizeof(T)) == 0;
+                isSecond = memcmp(&value, &second, sizeof(T)) == 0;
+                EXPECT_TRUE(found || memcmp(&value, &untouched, sizeof(T)) == 0);
+                return found;
+            }};
+}
+
+std::vector<TypeCase> AllTypes()
+{
+    using namespace osal;
+    using M = MediaMeta;
+    using Fraction = M::Fraction;
+    using Rect = M::Rect;
+    std::vector<TypeCase> types{
+        Plain<int8_t>(META_TYPE_INT8, &M::SetInt8, &M::GetInt8, INT8_MIN, INT8_MAX),
+        Plain<int16_t>(META_TYPE_INT16, &M::SetInt16, &M::GetInt16, INT16_MIN, INT16_MAX),
+        Plain<int32_t>(META_TYPE_INT32, &M::SetInt32, &M::GetInt32, INT32_MIN, INT32_MAX),
+        Plain<int64_t>(META_TYPE_INT64, &M::SetInt64, &M::GetInt64, INT64_MIN, INT64_MAX),
+        Plain<uint8_t>(META_TYPE_UINT8, &M::SetUint8, &M::GetUint8, 1, UINT8_MAX),
+        Plain<uint16_t>(META_TYPE_UINT16, &M::SetUint16, &M::GetUint16, 1, UINT16_MAX),
+        Plain<uint32_t>(META_TYPE_UINT32, &M::SetUint32, &M::GetUint32, 1, UINT32_MAX),
+        Plain<uint64_t>(META_TYPE_UINT64, &M::SetUint64, &M::GetUint64, 1, UINT64_MAX),
+        Plain<float>(META_TYPE_FLOAT, &M::SetFloat, &M::GetFloat, -0.0F, std::numeric_limits<float>::quiet_NaN()),
+        Plain<double>(META_TYPE_DOUBLE, &M::SetDouble, &M::GetDouble, -0.0, std::numeric_limits<double>::denorm_min()),
+        Plain<void*>(META_TYPE_POINTER, &M::SetPointer, &M::GetPointer, gBytes, gBytes + 1),
+        Plain<Fraction>(META_TYPE_FRACTION, static_cast<bool (M::*)(const char*, Fraction)>(&M::SetFraction),
+                        static_cast<bool (M::*)(const char*, Fraction&) const>(&M::GetFraction), Fraction{0, 5},
+                        Fraction{6, -4}),
+        Plain<Rect>(META_TYPE_RECT, static_cast<bool (M::*)(const char*, Rect)>(&M::SetRect),
+                    static_cast<bool (M::*)(const char*, Rect&) const>(&M::GetRect), Rect{1, 2, 3, 4},
+                    Rect{-1, INT32_MIN, 3, 0}),
+    };
+    types.push_back({META_TYPE_STRING,
+                     [](M& meta, const char* key, bool second) { return meta.SetString(key, second ? "b" : ""); },
+                     [](const M& meta, const char* key, bool& isFirst, bool& isSecond) {
+                         const char* value = "untouched";
+                         const bool found = meta.GetString(key, value);
+                         isFirst = strcmp(value, "") == 0;
+                         isSecond = strcmp(value, "b") == 0;
+                         EXPECT_TRUE(found || strcmp(value, "untouched") == 0);
+                         return found;
+                     }});
+    types.push_back({META_TYPE_BYTE_BUFFER,
+                     [](M& meta, const char* key, bool second) {
+                         return meta.SetByteBuffer(key, gBytes, second ? 5 : 3);
+                     },
+                     [](const M& meta, const char* key, bool& isFirst, bool& isSecond) {
+                         M::ByteBuffer value{99, nullptr};
+                         const bool found = meta.GetByteBuffer(key, value);
+                         isFirst = value.size == 3 && memcmp(value.data, gBytes, 3) == 0;
+                         isSecond = value.size == 5 && memcmp(value.data, gBytes, 5) == 0;
+                         EXPECT_TRUE(found || (value.size == 99 && value.data == nullptr));
+                         return found;
+                     }});
+    types.push_back({META_TYPE_OBJECT,
+                     [](M& meta, const char* key, bool second) { return meta.SetObject(key, second ? gObject : nullptr); },
+                     [](const M& meta, const char* key, bool& isFirst, bool& isSecond) {
+                         const auto untouched = std::make_shared<M::MetaBase>();
+                         auto value = untouched;
+                         const bool found = meta.GetObject(key, value);
+                         isFirst = value == nullptr;
+                         isSecond = value == gObject;
+                         EXPECT_TRUE(found || value == untouched);
+                         return found;
+                     }});
+    return types;
+}
+
+}  // namespace
+
+TEST(MediaMetaTypes, EachKeepsItsKeyItsValueAndItsItem)
+{
+    const LogCapture log;
+    const auto types = AllTypes();
+    ASSERT_EQ(16U, types.size());
+    for (const auto& own : types) {
+        SCOPED_TRACE(own.type);
+        MediaMeta meta;
+        bool isFirst = false;
+        bool isSecond = false;
+        EXPECT_FALSE(own.get(meta, "key", isFirst, isSecond));
+        EXPECT_FALSE(own.get(meta, nullptr, isFirst, isSecond));
+        ASSERT_TRUE(own.set(meta, "key", false));
+        const auto item = ItemOf(meta, "key");
+        EXPECT_EQ(own.type, item->mType);
+        EXPECT_TRUE(own.get(meta, "key", isFirst, isSecond) && isFirst);
+        EXPECT_TRUE(own.set(meta, "key", true));
+        EXPECT_EQ(item, ItemOf(meta, "key"));
+        for (const auto& other : types) {
+            if (other.type != own.type) {
+                EXPECT_FALSE(other.set(meta, "key", false)) << other.type;
+                EXPECT_FALSE(other.get(meta, "key", isFirst, isSecond)) << other.type;
+            }
+        }
+        EXPECT_TRUE(own.get(meta, "key", isFirst, isSecond) && isSecond);
+        if (own.type != osal::META_TYPE_BYTE_BUFFER) {  // which logs
+            EXPECT_FALSE(own.set(meta, nullptr, true));
+        }
+        EXPECT_EQ(std::vector<std::string>{"key"}, Keys(meta));
+    }
+    EXPECT_EQ(LogLines{}, log.Lines());
+}
+
+TEST(MediaMetaTypes, SeparateArgumentsMeanTheSameAsStructures)
+{
+    MediaMeta meta;
+    EXPECT_FALSE(meta.SetFraction("f", 1, 0));
+    EXPECT_FALSE(meta.SetFraction("f", MediaMeta::Fraction{1, 0}));
+    EXPECT_FALSE(meta.ContainsKey("f"));
+    EXPECT_TRUE(meta.SetFraction("f", 3, -4));
+    EXPECT_TRUE(meta.SetRect("r", 1, 2, 3, 4));
+    EXPECT_TRUE(meta.SetByteBuffer("b", gBytes, sizeof(gBytes)));
+    // One variable for several outputs keeps what is written last.
+    int32_t value = 0;
+    EXPECT_TRUE(meta.GetFraction("f", value, value));
+    EXPECT_EQ(-4, value);
+    EXPECT_TRUE(meta.GetRect("r", value, value, value, value));
+    EXPECT_EQ(4, value);
+    EXPECT_FALSE(meta.GetFraction("r", value, value));
+    EXPECT_FALSE(meta.GetRect("f", value, value, value, value));
+
+    int32_t a = 0, b = 0, c = 0, d = 0;
+    EXPECT_TRUE(meta.GetFraction("f", a, b));
+    EXPECT_TRUE(a == 3 && b == -4);
+    EXPECT_TRUE(meta.GetRect("r", a, b, c, d));
+    EXPECT_TRUE(a == 1 && b == 2 && c == 3 && d == 4);
+
+    uint8_t* data = nullptr;
+    EXPECT_FALSE(meta.GetByteBuffer("r", data, value));
+    EXPECT_TRUE(meta.GetByteBuffer("b", data, value));
+    EXPECT_EQ(5, value);
+    EXPECT_EQ(0, memcmp(data, gBytes, 5));
+    ItemOf(meta, "b")->mValue.byteBufferValue.size = (1ULL << 32) + 3;
+    MediaMeta::ByteBuffer whole{};
+    EXPECT_TRUE(meta.GetByteBuffer("b", data, value) && meta.GetByteBuffer("b", whole));
+    EXPECT_EQ(3, value);
+    EXPECT_EQ((1ULL << 32) + 3, whole.size);
+}
+
+TEST(MediaMetaKeys, AreExactBytesInUnsignedOrder)
+{
+    const auto meta = MediaMeta::Create();
+    EXPECT_FALSE(meta->ContainsKey(""));
+    EXPECT_FALSE(meta->ContainsKey(nullptr));
+    for (const char* key : {"b", "a", "\xc3\xa4", "ab", "", "B", "a "}) {
+        EXPECT_TRUE(meta->SetInt32(key, 1));
+    }
+    EXPECT_TRUE(meta->ContainsKey(""));
+    EXPECT_FALSE(meta->ContainsKey("A"));
+    EXPECT_EQ((std::vector<std::string>{"", "B", "a", "a ", "ab", "b", "\xc3\xa4"}), Keys(*meta));
+}
+
+TEST(MediaMetaText, KeepsAnEqualTextAndCopiesADifferentOne)
+{
+    MediaMeta meta;
+    std::string source = "x-text";
+    EXPECT_TRUE(meta.SetString("s", source.c_str()));
+    source[0] = 'y';
+    const char* first = nullptr;
+    EXPECT_TRUE(meta.GetString("s", first));
+    EXPECT_STREQ("x-text", first);
+    EXPECT_TRUE(meta.SetString("s", "x-text"));
+    const char* again = nullptr;
+    EXPECT_TRUE(meta.GetString("s", again));
+    EXPECT_EQ(first, again);
+    EXPECT_FALSE(meta.SetString("s", nullptr));
+    EXPECT_FALSE(meta.SetString("other", nullptr));
+    EXPECT_TRUE(meta.SetString("s", again + 2));  // a part of the entry's own text
+    EXPECT_TRUE(meta.GetString("s", again));
+    EXPECT_STREQ("text", again);
+}
+
+TEST(MediaMetaBytes, AreCopiedIntoAFreshBlockAndBadArgumentsLogged)
+{
+    MediaMeta meta;
+    ASSERT_TRUE(meta.SetByteBuffer("b", gBytes, sizeof(gBytes)));
+    MediaMeta::ByteBuffer own{};
+    ASSERT_TRUE(meta.GetByteBuffer("b", own));
+    const uint8_t* const before = own.data;
+    EXPECT_TRUE(meta.SetByteBuffer("b", own));  // the entry's own block
+    ASSERT_TRUE(meta.GetByteBuffer("b", own));
+    EXPECT_NE(before, own.data);
+    EXPECT_EQ(0, memcmp(own.data, gBytes, sizeof(gBytes)));
+
+    const LogCapture log;
+    const char* const key = "b";
+    EXPECT_FALSE(meta.SetByteBuffer(key, gBytes, 0));
+    EXPECT_FALSE(meta.SetByteBuffer(key, nullptr, 4));
+    EXPECT_FALSE(meta.SetByteBuffer(nullptr, gBytes, 4));
+    EXPECT_TRUE(meta.SetInt32("i", 1));
+    EXPECT_FALSE(meta.SetByteBuffer("i", gBytes, 4));
+    const auto line = [](const void* name, const void* data, int size) {
+        char text[100];
+        snprintf(text, sizeof(text), "name %p, data %p, size %d", name, data, size);
+        return Error(text);
+    };
+    EXPECT_EQ((LogLines{line(key, gBytes, 0), line(key, nullptr, 4), line(nullptr, gBytes, 4)}), log.Lines());
+}
+
+TEST(MediaMetaObjects, LiveAsLongAsTheyAreShared)
+{
+    auto first = std::make_shared<Object>();
+    auto second = std::make_shared<Object>();
+    const std::weak_ptr<Object> watchFirst = first;
+    const std::weak_ptr<Object> watchSecond = second;
+    MediaMeta meta;
+    EXPECT_TRUE(meta.SetObject("o", first));
+    first.reset();
+    EXPECT_FALSE(watchFirst.expired());
+    EXPECT_TRUE(meta.SetObject("o", second));
+    EXPECT_TRUE(watchFirst.expired());
+    second.reset();
+    std::shared_ptr<MediaMeta::MetaBase> out = std::make_shared<Object>();
+    EXPECT_TRUE(meta.GetObject("o", out));
+    EXPECT_EQ(watchSecond.lock(), out);
+    meta.Destroy();
+    EXPECT_FALSE(watchSecond.expired());
+    out.reset();
+    EXPECT_TRUE(watchSecond.expired());
+}
+
+TEST(MediaMetaDestroy, EmptiesForAnyNewUseAndSparesItemsHeldElsewhere)
+{
+    auto meta = MediaMeta::Create();
+    meta->Destroy();
+    EXPECT_TRUE(meta->SetString("a", "text"));
+    EXPECT_TRUE(meta->SetInt32("b", 1));
+    EXPECT_NE(meta->Begin(), meta->End());
+    const auto held = meta->Begin().Value();
+    meta->Destroy();
+    meta->Destroy();
+    EXPECT_EQ(meta->Begin(), meta->End());
+    EXPECT_FALSE(meta->ContainsKey("a"));
+    EXPECT_TRUE(meta->SetDouble("a", 0.5));
+    EXPECT_EQ("a", meta->Begin().Key());
+    meta.reset();
+    EXPECT_STREQ("text", held->mValue.stringValue);
+}
+
+TEST(MediaMetaIteration, WalksInKeyOrderAndStaysPutAtTheEnd)
+{
+    MediaMeta meta;
+    EXPECT_EQ(meta.Begin(), meta.End());
+    meta.SetInt32("m", 1);
+    auto it = meta.Begin();
+    EXPECT_EQ(it, meta.Begin());
+    meta.SetInt32("a", 2);
+    EXPECT_EQ("m", it.Key());
+    it = meta.Begin();
+    EXPECT_EQ("a", it.Key());
+    EXPECT_EQ("a", (*it).Key());
+    const auto next = it++;
+    EXPECT_TRUE(next == it && !(next != it));
+    EXPECT_EQ("m", next.Key());
+    EXPECT_EQ(1, next.Value()->mValue.int32Value);
+    for (int i = 0; i < 3; ++i, it++) {
+        ++it;
+        EXPECT_EQ(meta.End(), it);
+        EXPECT_EQ("", it.Key());
+        EXPECT_EQ(nullptr, it.Value());
+    }
+}
+
+TEST(MediaMetaDump, WritesALineForEachType)
+{
+    MediaMeta meta;
+    for (const auto& type : AllTypes()) {
+        char key[8];
+        snprintf(key, sizeof(key), "k%02d", type.type);
+        ASSERT_TRUE(type.set(meta, key, true));
+    }
+    meta.SetFloat("k09", 1.5F);
+    meta.SetDouble("k10", -0.25);
+    MediaParam param;  // the way to entries without a value and of unknown types
+    for (const int32_t value : {3, 0, 12, 17}) {
+        param.WriteInt32(value);
+    }
+    for (const char* text : {"k00", "k99", "text of k99", "k17"}) {
+        param.WriteString(text);
+    }
+    meta.ReadFromMediaParam(&param);
+    free(ItemOf(meta, "k99")->mValue.stringValue);
+    ItemOf(meta, "k99")->mValue.stringValue = nullptr;
+
+    const LogCapture log;
+    meta.Dump();
+    const auto debug = [](const std::string& text) { return LogLine{ANDROID_LOG_DEBUG, TAG, text}; };
+    const auto address = [](const void* pointer) {
+        char text[32];
+        snprintf(text, sizeof(text), "%p", pointer);
+        return std::string(text);
+    };
+    const auto* block = ItemOf(meta, "k13")->mValue.byteBufferValue.data;
+    EXPECT_EQ((LogLines{debug("######## MediaMeta dump debug"), debug("empty item"), Error("Dump: Unknown item: 1"),
+                        Error("Dump: Unknown item: 2"), debug("(k03, int32_t:2147483647)"),
+                        debug("(k04, int64_t:9223372036854775807)"), Error("Dump: Unknown item: 5"),
+                        Error("Dump: Unknown item: 6"), Error("Dump: Unknown item: 7"),
+                        Error("Dump: Unknown item: 8"), debug("(k09, float:1.500000)"),
+                        debug("(k10, double:-0.250000)"), debug("(k11, pointer:" + address(gBytes + 1) + ")"),
+                        debug("(k12, string:b)"), debug("(k13, bytebuffer(" + address(block) + ", 5))"),
+                        debug("(k14, fraction:(6/-4))"), debug("(k15, rect:(-1, -2147483648, 3, 0))"),
+                        debug("(k16, object:" + address(gObject.get()) + ")"), Error("Dump: Unknown item: 17"),
+                        debug("(k99, string:(null))")}),
+              log.Lines());
+}
+
+TEST(MediaMetaCopy, SharesItemsButTextsAndBlocks)
+{
+    EXPECT_EQ(std::vector<std::string>{}, Keys(*MediaMeta().Copy()));
+    auto source = MediaMeta::Create();
+    for (const auto& type : AllTypes()) {
+        ASSERT_TRUE(type.set(*source, std::to_string(type.type).c_str(), true));
+    }
+    const auto copy = source->Copy();
+    ASSERT_EQ(Keys(*source), Keys(*copy));
+    for (const std::string& key : Keys(*source)) {
+        EXPECT_EQ(key != "12" && key != "13", ItemOf(*source, key) == ItemOf(*copy, key)) << key;
+    }
+    EXPECT_TRUE(copy->SetInt32("3", 7) && copy->SetString("12", "changed"));
+    int32_t number = 0;
+    const char* text = nullptr;
+    EXPECT_TRUE(source->GetInt32("3", number) && source->GetString("12", text));
+    EXPECT_EQ(7, number);
+    EXPECT_STREQ("b", text);
+    source.reset();
+    for (const auto& type : AllTypes()) {
+        bool isFirst = false;
+        bool isSecond = false;
+        EXPECT_TRUE(type.get(*copy, std::to_string(type.type).c_str(), isFirst, isSecond));
+    }
+}
+
+TEST(MediaMetaMerge, TakesOverWhatHasARuleAndSkipsTheRest)
+{
+    auto other = MediaMeta::Create();
+    MediaMeta meta;
+    meta.SetInt32("3", 1);
+    meta.SetInt32("only here", 1);
+    const auto kept = ItemOf(meta, "3");
+    for (const auto& type : AllTypes()) {
+        ASSERT_TRUE(type.set(*other, std::to_string(type.type).c_str(), true));
+    }
+    const LogCapture log;
+    EXPECT_TRUE(meta.Merge(other));
+    LogLines skipped;
+    for (const char* type : {"1", "2", "5", "6", "7", "8"}) {
+        EXPECT_FALSE(meta.ContainsKey(type));
+        skipped.push_back(Error(std::string("Merge: Should not be here mType: ") + type));
+    }
+    EXPECT_EQ(skipped, log.Lines());
+    EXPECT_EQ(11U, Keys(meta).size());
+    EXPECT_EQ(kept, ItemOf(meta, "3"));
+    for (const auto& type : AllTypes()) {
+        const std::string key = std::to_string(type.type);
+        bool isFirst = false;
+        bool isSecond = false;
+        EXPECT_EQ(meta.ContainsKey(key.c_str()), type.get(meta, key.c_str(), isFirst, isSecond) && isSecond);
+    }
+    EXPECT_TRUE(other->Merge(other));
+    EXPECT_EQ(16U, Keys(*other).size());
+    EXPECT_FALSE(meta.Merge(nullptr));
+}
+
+TEST(MediaMetaMerge, StopsAtTheFirstRefusal)
+{
+    auto other = MediaMeta::Create();
+    other->SetInt32("a", 1);
+    other->SetInt32("n", 2);
+    other->SetInt32("z", 3);
+    MediaMeta meta;
+    meta.SetString("n", "text");
+    const LogCapture log;
+    EXPECT_FALSE(meta.Merge(other));
+    EXPECT_EQ((std::vector<std::string>{"a", "n"}), Keys(meta));
+    EXPECT_EQ(LogLines{Error("Merge: Merge n failed")}, log.Lines());
+}
+
+TEST(MediaMetaParcel, CarriesTheSequenceThatReadersRelyOn)
+{
+    MediaMeta meta;
+    MediaParam empty;
+    EXPECT_TRUE(meta.WriteToMediaParam(&empty));
+    EXPECT_TRUE(meta.ReadFromMediaParam(&empty));
+    meta.SetInt32("a", 5);
+    meta.SetString("b", "x");
+    meta.SetFloat("c", 1.5F);
+    MediaParam param;
+    EXPECT_TRUE(meta.WriteToMediaParam(&param));
+    for (const int32_t expected : {3, 3, 5, 12, 9}) {
+        EXPECT_EQ(expected, param.ReadInt32());
+    }
+    EXPECT_EQ(1.5, param.ReadDouble());
+    int32_t rest = 0;
+    EXPECT_EQ(osal::ERR_NO_MORE, param.ReadInt32(&rest));
+    for (const char* expected : {"a", "b", "x", "c"}) {
+        EXPECT_STREQ(expected, param.ReadString());
+    }
+    EXPECT_EQ(nullptr, param.ReadString());
+
+    MediaMeta reader;
+    reader.SetString("a", "of another type");
+    reader.SetInt8("stays", 1);
+    const MediaParam again(param);
+    const LogCapture log;
+    EXPECT_TRUE(reader.ReadFromMediaParam(&again));
+    EXPECT_EQ(LogLines{}, log.Lines());
+    EXPECT_EQ((std::vector<std::string>{"a", "b", "c", "stays"}), Keys(reader));
+    int32_t number = 0;
+    EXPECT_TRUE(reader.GetInt32("a", number));
+    EXPECT_EQ(5, number);
+    EXPECT_NE(ItemOf(meta, "a"), ItemOf(reader, "a"));
+}
+
+TEST(MediaMetaParcel, ReturnsEveryCarriedTypeAndNamesTheRefused)
+{
+    MediaMeta meta;
+    for (const auto& type : AllTypes()) {
+        ASSERT_TRUE(type.set(meta, std::to_string(type.type).c_str(), true));
+    }
+    MediaParam param;
+    MediaMeta reader;
+    const LogCapture log;
+    EXPECT_FALSE(meta.WriteToMediaParam(&param));
+    EXPECT_FALSE(reader.ReadFromMediaParam(&param));
+    LogLines expected;
+    for (const std::string way : {"Write", "Read"}) {
+        const std::string name = way == "Write" ? "WriteToMediaParam" : "ReadFromMediaParam";
+        expected.push_back(Error(name + ": Should not be here mType: 1"));
+        expected.push_back(Error("MediaParam doesn't support " + way + "ByteBuffer method"));
+        expected.push_back(Error("MediaParam doesn't support " + way + "Object method"));
+        for (const char* type : {"2", "5", "6", "7", "8"}) {
+            expected.push_back(Error(name + ": Should not be here mType: " + type));
+        }
+    }
+    EXPECT_EQ(expected, log.Lines());
+    ASSERT_EQ(Keys(meta), Keys(reader));
+    for (const auto& type : AllTypes()) {
+        const std::string key = std::to_string(type.type);
+        const auto item = ItemOf(reader, key);
+        EXPECT_EQ(type.type, item->mType);
+        bool isFirst = false;
+        bool isSecond = false;
+        type.get(reader, key.c_str(), isFirst, isSecond);
+        const MetaItem::Value zero{};
+        const bool isEmpty = memcmp(&item->mValue, &zero, sizeof(zero)) == 0 && !item->mObject;
+        EXPECT_NE(isSecond, isEmpty) << key;
+    }
+    EXPECT_FALSE(meta.WriteToMediaParam(nullptr));
+    EXPECT_FALSE(meta.ReadFromMediaParam(nullptr));
+}
+
+TEST(MediaMetaParcel, SurvivesWhatIsMissing)
+{
+    MediaParam param;
+    for (const int32_t value : {5, 14, 1, 0, 12}) {  // a fraction 1/0, a text without its text, three more
+        param.WriteInt32(value);
+    }
+    param.WriteString("fraction");
+    param.WriteString("text");
+    auto meta = MediaMeta::Create();
+    LogCapture log;
+    EXPECT_FALSE(meta->ReadFromMediaParam(&param));
+    EXPECT_EQ(3U, log.Lines("MediaParam").size());
+    EXPECT_EQ(LogLines{}, log.Lines(TAG));
+    MediaMeta::Fraction fraction{};
+    EXPECT_TRUE(meta->GetFraction("fraction", fraction) && fraction.num == 1 && fraction.den == 0);
+    const char* text = "untouched";
+    EXPECT_TRUE(meta->GetString("text", text));
+    EXPECT_EQ(nullptr, text);
+
+    // Such entries do not pass the setters, and do not shift what follows them in a parcel.
+    log = LogCapture();
+    EXPECT_EQ(nullptr, meta->Copy());
+    EXPECT_EQ(LogLines{Error("Copy: copy text failed")}, log.Lines());
+    log = LogCapture();
+    EXPECT_FALSE(MediaMeta().Merge(meta));
+    EXPECT_EQ(LogLines{Error("Merge: Merge fraction failed")}, log.Lines());
+    meta->SetInt32("z", 9);
+    MediaParam again;
+    EXPECT_TRUE(meta->WriteToMediaParam(&again));
+    MediaMeta reader;
+    EXPECT_TRUE(reader.ReadFromMediaParam(&again));
+    EXPECT_EQ((std::vector<std::string>{"fraction", "text", "z"}), Keys(reader));
+    EXPECT_TRUE(meta->SetString("text", "set at last"));
+    EXPECT_TRUE(meta->GetString("text", text));
+    EXPECT_STREQ("set at last", text);
+}

@@ -1,0 +1,216 @@
+#include "osal/media_param.h"
+#include "support.h"
+
+#include <gtest/gtest.h>
+
+using osal::ERR_NO_MORE;
+using osal::MediaParam;
+using osal::MediaRefBase;
+
+namespace {
+
+LogLine Error(const char* text)
+{
+    return {ANDROID_LOG_ERROR, "MediaParam", text};
+}
+
+const LogLine WRITE_FAILED = Error("WriteFixed failed: ERR_NO_MORE.");
+const LogLine READ_FAILED = Error("ReadFixed failed: ERR_NO_MORE.");
+
+// A parcel as a failed copy leaves it.
+void ExpectNoStore(MediaParam& param)
+{
+    const LogCapture log;
+    EXPECT_EQ(ERR_NO_MORE, param.WriteInt32(1));
+    EXPECT_EQ(0, param.ReadInt64());
+    EXPECT_EQ((LogLines{WRITE_FAILED, READ_FAILED}), log.Lines());
+    EXPECT_EQ(nullptr, param.ReadString());
+    EXPECT_EQ(nullptr, param.ReadPointer());
+    EXPECT_EQ(0, param.WriteString("still takes strings"));
+}
+
+}  // namespace
+
+TEST(MediaParamFixed, FillsItsStoreToTheLastByte)
+{
+    const LogCapture log;
+    MediaParam narrow;
+    int32_t written = 0;
+    while (narrow.WriteInt32(written) == 0) {
+        ++written;
+    }
+    EXPECT_EQ(8192, written);
+    for (int32_t i = 0; i < written; ++i) {
+        ASSERT_EQ(i, narrow.ReadInt32());
+    }
+    MediaParam wide;
+    for (written = 0; written < 4095; ++written) {
+        ASSERT_EQ(0, wide.WriteInt64(written));
+    }
+    EXPECT_EQ(0, wide.WriteInt32(1));
+    EXPECT_EQ(ERR_NO_MORE, wide.WriteDouble(1));
+    EXPECT_EQ(0, wide.WriteFloat(1));
+    EXPECT_EQ((LogLines{WRITE_FAILED, WRITE_FAILED}), log.Lines());
+}
+
+TEST(MediaParamFixed, ReadsBackInOrderByBothForms)
+{
+    uint8_t byte = 0;
+    MediaParam param;
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_EQ(0, param.WriteInt32(INT32_MIN));
+        EXPECT_EQ(0, param.WriteInt64(INT64_MIN));
+        EXPECT_EQ(0, param.WriteFloat(-1.5F));
+        EXPECT_EQ(0, param.WriteDouble(0.1));
+        EXPECT_EQ(0, param.WriteRawPointer(&byte));
+    }
+    EXPECT_EQ(INT32_MIN, param.ReadInt32());
+    EXPECT_EQ(INT64_MIN, param.ReadInt64());
+    EXPECT_EQ(-1.5F, param.ReadFloat());
+    EXPECT_EQ(0.1, param.ReadDouble());
+    EXPECT_EQ(&byte, param.ReadRawPointer());
+    int32_t int32 = 0;
+    int64_t int64 = 0;
+    float single = 0;
+    double wide = 0;
+    uint8_t* pointer = nullptr;
+    EXPECT_EQ(0, param.ReadInt32(&int32));
+    EXPECT_EQ(0, param.ReadInt64(&int64));
+    EXPECT_EQ(0, param.ReadFloat(&single));
+    EXPECT_EQ(0, param.ReadDouble(&wide));
+    EXPECT_EQ(0, param.ReadRawPointer(&pointer));
+    const auto expectRead = [&] {
+        EXPECT_TRUE(int32 == INT32_MIN && int64 == INT64_MIN && single == -1.5F && wide == 0.1 && pointer == &byte);
+    };
+    expectRead();
+
+    const LogCapture log;
+    EXPECT_EQ(ERR_NO_MORE, param.ReadInt32(&int32));
+    EXPECT_EQ(ERR_NO_MORE, param.ReadInt64(&int64));
+    EXPECT_EQ(ERR_NO_MORE, param.ReadFloat(&single));
+    EXPECT_EQ(ERR_NO_MORE, param.ReadDouble(&wide));
+    EXPECT_EQ(ERR_NO_MORE, param.ReadRawPointer(&pointer));
+    expectRead();
+    EXPECT_EQ(0, param.ReadInt32());
+    EXPECT_EQ(0, param.ReadInt64());
+    EXPECT_EQ(0.0F, param.ReadFloat());
+    EXPECT_EQ(0.0, param.ReadDouble());
+    EXPECT_EQ(nullptr, param.ReadRawPointer());
+    EXPECT_EQ(LogLines(10, READ_FAILED), log.Lines());
+    EXPECT_EQ(ERR_NO_MORE, param.ReadInt32(nullptr));
+}
+
+TEST(MediaParamFixed, RefusesToReadMoreThanIsUnread)
+{
+    MediaParam param;
+    param.WriteInt32(1);
+    param.WriteInt32(2);
+    EXPECT_EQ(1, param.ReadInt32());
+    EXPECT_EQ(0, param.ReadInt64());  // 4 bytes are left
+    EXPECT_EQ(2, param.ReadInt32());
+}
+
+TEST(MediaParamSequences, AreIndependent)
+{
+    const auto ref = std::make_shared<MediaRefBase>();
+    MediaParam param;
+    const LogCapture log;
+    param.WriteInt32(1);
+    EXPECT_EQ(0, param.WriteString("a"));
+    EXPECT_EQ(0, param.WritePointer(ref));
+    param.WriteInt32(2);
+    EXPECT_EQ(0, param.WriteString(""));
+    EXPECT_EQ(0, param.WritePointer(nullptr));
+    EXPECT_EQ(-1, param.WriteString(nullptr));
+    EXPECT_STREQ("a", param.ReadString());
+    EXPECT_STREQ("", param.ReadString());
+    EXPECT_EQ(nullptr, param.ReadString());
+    EXPECT_EQ(1, param.ReadInt32());
+    EXPECT_EQ(2, param.ReadInt32());
+    EXPECT_EQ(ref, param.ReadPointer());
+    EXPECT_EQ(nullptr, param.ReadPointer());
+    EXPECT_EQ(nullptr, param.ReadPointer());
+    param.WriteString("later");
+    EXPECT_STREQ("later", param.ReadString());
+    EXPECT_EQ(LogLines{}, log.Lines());
+}
+
+TEST(MediaParamCopy, ReadsFromTheStartAndSharesObjects)
+{
+    auto ref = std::make_shared<MediaRefBase>();
+    const std::weak_ptr<MediaRefBase> watch = ref;
+    auto source = std::make_unique<MediaParam>();
+    source->WriteInt32(1);
+    source->WriteInt32(2);
+    source->WriteString("s");
+    source->WritePointer(ref);
+    source->WritePointer(nullptr);
+    ref.reset();
+    EXPECT_EQ(1, source->ReadInt32());
+    source->ReadString();
+    source->ReadPointer();
+
+    MediaParam assigned;
+    assigned.WriteInt64(77);
+    assigned.WriteString("gone");
+    assigned = *source;
+    MediaParam copies[] = {MediaParam(*source), MediaParam(source.get()), assigned};
+    EXPECT_EQ(2, source->ReadInt32());
+    EXPECT_EQ(nullptr, source->ReadString());
+    source.reset();
+    for (MediaParam& copy : copies) {
+        EXPECT_EQ(1, copy.ReadInt32());
+        EXPECT_STREQ("s", copy.ReadString());
+        EXPECT_EQ(watch.lock(), copy.ReadPointer());
+        copy = *&copy;  // neither contents nor positions change
+        EXPECT_EQ(2, copy.ReadInt32());
+        EXPECT_EQ(nullptr, copy.ReadString());
+        EXPECT_EQ(0, copy.WriteInt64(3));
+        EXPECT_EQ(3, copy.ReadInt64());
+    }
+    for (MediaParam& copy : copies) {
+        EXPECT_FALSE(watch.expired());
+        copy = MediaParam();
+    }
+    assigned = MediaParam();
+    EXPECT_TRUE(watch.expired());
+}
+
+TEST(MediaParamCopy, FailsIntoAParcelThatFailsCleanly)
+{
+    const LogCapture log;
+    MediaParam storeless(nullptr);
+    EXPECT_EQ(LogLines{Error("Copy: Target pointer can not be nullptr")}, log.Lines());
+    ExpectNoStore(storeless);
+
+    MediaParam param;
+    param.WriteInt32(5);
+    param.WriteString("s");
+    param.Copy(nullptr);
+    EXPECT_EQ(5, param.ReadInt32());
+    param.WritePointer(std::make_shared<MediaRefBase>());
+    const LogCapture copyLog;
+    param = storeless;
+    EXPECT_EQ(LogLines{Error("Copy:Copy failed, invalid size: 0.")}, copyLog.Lines());
+    ExpectNoStore(param);
+    param = MediaParam();
+    EXPECT_EQ(0, param.WriteInt32(1));
+}
+
+TEST(MediaParamLifetime, LetsGoOfObjectsFromLastToFirst)
+{
+    struct Ref : MediaRefBase {
+        Ref(std::vector<int>& list, int which) : released(list), number(which) {}
+        ~Ref() override { released.push_back(number); }
+        std::vector<int>& released;
+        int number;
+    };
+    std::vector<int> released;
+    {
+        MediaParam param;
+        for (int i = 0; i < 3; ++i) {
+            param.WritePointer(std::make_shared<Ref>(released, i));
+        }
+    }
+    EXPECT_EQ((std::vector<int>{2, 1, 0}), released);
+}

@@ -1,0 +1,181 @@
+#include "osal/memfd.h"
+#include "support.h"
+
+#include <cerrno>
+#include <climits>
+#include <dirent.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+LogLine Error(const std::string& text)
+{
+    return {ANDROID_LOG_ERROR, "Memoryfd", text};
+}
+
+class Region {
+public:
+    explicit Region(unsigned long size) : mFd(osal::MemfdCreateRegion("region", size)) { EXPECT_GE(mFd, 1); }
+    ~Region() { close(mFd); }
+    Region(const Region&) = delete;
+    Region& operator=(const Region&) = delete;
+    operator int() const { return mFd; }
+
+private:
+    int mFd;
+};
+
+void* Map(int fd, int prot)
+{
+    void* address = mmap(nullptr, 4096, prot, MAP_SHARED, fd, 0);
+    return address == MAP_FAILED ? nullptr : address;
+}
+
+size_t OpenDescriptors()
+{
+    size_t count = 0;
+    DIR* directory = opendir("/proc/self/fd");
+    while (readdir(directory) != nullptr) {
+        ++count;
+    }
+    closedir(directory);
+    return count;
+}
+
+}  // namespace
+
+TEST(Memfd, CreatesZeroedSealableRegionsThatSurviveExec)
+{
+    const LogCapture log;
+    const Region region(4096);
+    EXPECT_TRUE(osal::MemfdIsValid(region));
+    EXPECT_EQ(4096, osal::MemfdGetRegionSize(region));
+    EXPECT_EQ(0, fcntl(region, F_GETFD) & FD_CLOEXEC);
+    EXPECT_EQ(0, fcntl(region, F_GET_SEALS) & F_SEAL_SEAL);
+    char bytes[4096];
+    memset(bytes, 1, sizeof(bytes));
+    EXPECT_EQ(4096, read(region, bytes, sizeof(bytes)));
+    EXPECT_EQ(std::string(4096, '\0'), std::string(bytes, 4096));
+    EXPECT_EQ(LogLines{}, log.Lines());
+}
+
+TEST(Memfd, RefusesBadNamesAndSizesAndLeavesNothingOpen)
+{
+    const size_t openBefore = OpenDescriptors();
+    const std::string tooLong(250, 'n');
+    const LogCapture log;
+    EXPECT_EQ(-1, osal::MemfdCreateRegion("", 4096));
+    EXPECT_EQ(-1, osal::MemfdCreateRegion("n", 0));
+    EXPECT_EQ(-1, osal::MemfdCreateRegion(tooLong, 4096));
+    EXPECT_EQ(-1, osal::MemfdCreateRegion("n", ULONG_MAX));
+    EXPECT_EQ((LogLines{Error("Is memfd name:   empty or size: 4096 less than zero?"),
+                        Error("Is memfd name: n  empty or size: 0 less than zero?"),
+                        Error("MemfdCreateRegion(" + tooLong + ", 4096) failed: 22."),
+                        Error("ftruncate(n, -1) failed for memfd creation: 22.")}),
+              log.Lines());
+    EXPECT_EQ(openBefore, OpenDescriptors());
+}
+
+TEST(Memfd, TellsRegionsFromOtherDescriptors)
+{
+    const int regular = open("/proc/self/exe", O_RDONLY);
+    int pipes[2];
+    ASSERT_EQ(0, pipe(pipes));
+    const int closed = dup(regular);
+    close(closed);
+    LogLines expected;
+    const LogCapture log;
+    for (const int fd : {0, -1, closed, regular, pipes[0]}) {
+        EXPECT_FALSE(osal::MemfdIsValid(fd));
+        EXPECT_EQ(-1, osal::MemfdGetRegionSize(fd));
+        EXPECT_EQ(-1, osal::MemfdSetProtRegion(fd, PROT_READ));
+        EXPECT_EQ(-1, osal::MemfdSetProtRegion(fd, PROT_READ | PROT_WRITE));
+        EXPECT_EQ(-1, osal::MemfdSetProtRegion(fd, 0));
+        expected.insert(expected.end(), 4, Error("Invalid memfd: " + std::to_string(fd)));
+    }
+    EXPECT_EQ(expected, log.Lines());
+    for (const int fd : {regular, pipes[0], pipes[1]}) {
+        close(fd);
+    }
+}
+
+TEST(Memfd, WriteProtectsForGood)
+{
+    const Region region(4096);
+    auto* early = static_cast<char*>(Map(region, PROT_READ | PROT_WRITE));
+    ASSERT_NE(nullptr, early);
+    const LogCapture log;
+    EXPECT_EQ(-1, osal::MemfdSetProtRegion(region, 0));
+    EXPECT_EQ(-1, osal::MemfdSetProtRegion(region, -1));
+    EXPECT_EQ(LogLines{}, log.Lines());
+    EXPECT_EQ(0, osal::MemfdSetProtRegion(region, PROT_READ | PROT_WRITE));
+    const LogLines skipped{{ANDROID_LOG_DEBUG, "Memoryfd", "Only proceed if the fd needs to be write-protected."}};
+    EXPECT_EQ(skipped, log.Lines());
+    EXPECT_EQ(1, write(region, "a", 1));
+
+    EXPECT_EQ(0, osal::MemfdSetProtRegion(region, PROT_READ));
+    EXPECT_EQ(0, osal::MemfdSetProtRegion(region, PROT_READ | PROT_EXEC));
+    EXPECT_EQ(0, osal::MemfdSetProtRegion(region, PROT_READ | PROT_WRITE));
+    early[0] = 'b';  // mapped before, so still writable
+    const pid_t child = fork();
+    if (child == 0) {
+        // A process that has the region is bound by the seal as well.
+        const auto* mapped = static_cast<const char*>(Map(region, PROT_READ));
+        const bool isReadable = mapped != nullptr && mapped[0] == 'b';
+        const bool isWritable = write(region, "c", 1) == 1 || Map(region, PROT_READ | PROT_WRITE) != nullptr;
+        _exit(isReadable && !isWritable ? 0 : 1);
+    }
+    int status = -1;
+    ASSERT_EQ(child, waitpid(child, &status, 0));
+    EXPECT_EQ(0, status);
+    EXPECT_EQ(-1, write(region, "c", 1));
+    EXPECT_EQ(EPERM, errno);
+    EXPECT_EQ(nullptr, Map(region, PROT_READ | PROT_WRITE));
+    // Further seals stay possible.
+    EXPECT_EQ(0, fcntl(region, F_ADD_SEALS, F_SEAL_SHRINK | F_SEAL_GROW));
+    munmap(early, 4096);
+}
+
+TEST(Memfd, ReportsAFileThatWasNotMadeForSealing)
+{
+    const int fd = static_cast<int>(syscall(SYS_memfd_create, "foreign", 0));
+    ASSERT_GE(fd, 1);
+    const LogCapture log;
+    EXPECT_TRUE(osal::MemfdIsValid(fd));
+    EXPECT_EQ(-1, osal::MemfdSetProtRegion(fd, PROT_READ));
+    EXPECT_EQ(LogLines{Error("MemfdSetProtRegion(" + std::to_string(fd) + ", 1): F_SEAL_FUTURE_WRITE seal failed: 1.")},
+              log.Lines());
+    close(fd);
+}
+
+TEST(Memfd, GivesNoWrongSize)
+{
+    const Region largest(INT_MAX);
+    EXPECT_EQ(INT_MAX, osal::MemfdGetRegionSize(largest));
+    for (const unsigned long size : {1UL << 31, (1UL << 32) + 4096}) {
+        const Region region(size);
+        const LogCapture log;
+        EXPECT_EQ(-1, osal::MemfdGetRegionSize(region));
+        EXPECT_EQ(LogLines{Error("MemfdGetRegionSize(" + std::to_string(region) + "): size " + std::to_string(size) +
+                                 " is more than an int holds.")},
+                  log.Lines());
+    }
+}
+
+TEST(Memfd, NeverHandsOutDescriptorZero)
+{
+    const pid_t child = fork();
+    if (child == 0) {
+        close(0);
+        const int fd = osal::MemfdCreateRegion("region", 1);
+        _exit(fd >= 1 && fcntl(0, F_GETFD) == -1 && osal::MemfdGetRegionSize(fd) == 1 ? 0 : 1);
+    }
+    int status = -1;
+    ASSERT_EQ(child, waitpid(child, &status, 0));
+    EXPECT_EQ(0, status);
+}

@@ -1,0 +1,80 @@
+#include "support.h"
+
+#include <cstdarg>
+#include <cstdio>
+#include <fstream>
+#include <pthread.h>
+#include <thread>
+
+namespace {
+
+std::mutex logMutex;
+LogLines logLines;
+
+struct ThreadEnd {
+    Event* event = nullptr;
+    ~ThreadEnd()
+    {
+        if (event != nullptr) {
+            event->Set();
+        }
+    }
+};
+
+thread_local ThreadEnd threadEnd;
+
+}  // namespace
+
+// Takes the place of the library's own, which the library reaches through the dynamic symbol.
+extern "C" int __android_log_print(int prio, const char* tag, const char* fmt, ...)
+{
+    char text[1024];
+    va_list args;
+    va_start(args, fmt);
+    const int size = vsnprintf(text, sizeof(text), fmt, args);
+    va_end(args);
+    const std::lock_guard<std::mutex> lock(logMutex);
+    logLines.push_back({prio, tag != nullptr ? std::optional<std::string>(tag) : std::nullopt, text});
+    return size;
+}
+
+LogCapture::LogCapture()
+{
+    const std::lock_guard<std::mutex> lock(logMutex);
+    logLines.clear();
+}
+
+LogLines LogCapture::Lines(const char* tag) const
+{
+    const std::lock_guard<std::mutex> lock(logMutex);
+    LogLines lines;
+    for (const LogLine& line : logLines) {
+        if (tag == nullptr || line.tag == tag) {
+            lines.push_back(line);
+        }
+    }
+    return lines;
+}
+
+void SetAtThreadEnd(Event& event)
+{
+    threadEnd.event = &event;
+}
+
+std::string KernelThreadName(int tid)
+{
+    std::ifstream file("/proc/self/task/" + std::to_string(tid) + "/comm");
+    std::string name;
+    std::getline(file, name);
+    return name;
+}
+
+bool RealTimeAllowed()
+{
+    bool allowed = false;
+    std::thread([&allowed] {
+        const sched_param param{1};
+        allowed = pthread_setschedparam(pthread_self(), SCHED_FIFO, &param) == 0;
+    }).join();
+    return allowed;
+}
