@@ -1,0 +1,37 @@
+// A message on a worker thread, with a description of what to do.
+
+#include <cstdio>
+#include <osal/media_meta.h>
+#include <osal/msg_queue.h>
+
+class Announcer : public osal::MsgHandlerBase {
+public:
+    explicit Announcer(const osal::MediaMeta& meta) : mMeta(meta) {}
+
+    void HandleMsg(int32_t& /*arg*/) override  // on the worker
+    {
+        const char* title = "untitled";
+        mMeta.GetString("title", title);
+        std::printf("now playing: %s\n", title);
+        NotifyFinished();
+    }
+
+private:
+    const osal::MediaMeta& mMeta;
+};
+
+int main()
+{
+    const auto meta = osal::MediaMeta::Create();
+    meta->SetString("title", "One buffer after another");
+    meta->SetInt32("sample-rate", 16000);
+
+    Announcer announcer(*meta);
+    osal::MsgQueue queue;
+    if (queue.Start("announcer", osal::Thread::PRIORITY_DEFAULT) != 0) {
+        return 1;
+    }
+    queue.QueueMsg(&announcer, 20'000'000);  // in 20 ms
+    announcer.Wait();
+    return 0;
+}

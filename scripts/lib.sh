@@ -1,0 +1,37 @@
+# Shared by the scripts here; to be sourced, from the root of the project.
+
+fail()
+{
+    echo "${0##*/}: $*" >&2
+    exit 1
+}
+
+# need PACKAGE...: installs the Debian packages that are missing.
+need()
+{
+    local missing=() package
+    for package in "$@"; do
+        [ "$(dpkg-query -W -f='${db:Status-Abbrev}' "$package" 2>/dev/null)" = "ii " ] || missing+=("$package")
+    done
+    [ ${#missing[@]} -eq 0 ] && return
+    command -v apt-get >/dev/null || fail "this needs the equivalents of the Debian packages: ${missing[*]}"
+    local as_root=()
+    if [ "$(id -u)" -ne 0 ]; then
+        sudo -n true 2>/dev/null ||
+            fail "no rights to install what is missing; run as root: apt-get install ${missing[*]}"
+        as_root=(sudo)
+    fi
+    echo "installing ${missing[*]}"
+    { "${as_root[@]}" apt-get update -q && DEBIAN_FRONTEND=noninteractive \
+        "${as_root[@]}" apt-get install -q -y --no-install-recommends "${missing[@]}"; } >/dev/null 2>&1 ||
+        fail "apt-get could not install ${missing[*]}"
+}
+
+# build PRESET [CMAKE OPTION...]: configures and builds, without a word unless something goes wrong.
+build()
+{
+    local preset=$1 log
+    shift
+    log=$(cmake --preset "$preset" "$@" 2>&1) || { echo "$log" >&2; fail "cannot configure the preset $preset"; }
+    log=$(cmake --build --preset "$preset" 2>&1) || { echo "$log" >&2; fail "cannot build the preset $preset"; }
+}
