@@ -3,7 +3,6 @@
 #include "support.h"
 
 #include <cstring>
-#include <functional>
 #include <gtest/gtest.h>
 
 using osal::MediaMeta;
@@ -37,132 +36,54 @@ std::shared_ptr<MetaItem> ItemOf(const MediaMeta& meta, const std::string& key)
     return it.Value();
 }
 
-struct Object : MediaMeta::MetaBase {
-    int mark = 0;
-};
-
 uint8_t gBytes[] = {1, 2, 3, 0, 255};
-const auto gObject = std::make_shared<Object>();
+const auto gObject = std::make_shared<MediaMeta::MetaBase>();
 
-// One value type: how to store two values of it, and how to see that a getter yields one of them. Check()
-// gives what the getter answered; its outputs are preset, so that writing them on failure shows.
-struct TypeCase {
-    osal::MetaType type;
-    std::function<bool(MediaMeta&, const char*, bool second)> set;
-    std::function<bool(const MediaMeta&, const char*, bool& isFirst, bool& isSecond)> get;
-};
-
-template <typename T, typename Setter, typename Getter>
-TypeCase Plain(osal::MetaType type, Setter setter, Getter getter, T first, T second)
+// An entry of each type under "k" and its number.
+void FillWithEachType(MediaMeta& meta)
 {
-    return {type,
-            [=](MediaMeta& meta, const char* key, bool useSecond) {
-                return (meta.*setter)(key, useSecond ? second : first);
-            },
-            [=](const MediaMeta& meta, const char* key, bool& isFirst, bool& isSecond) {
-                T value{};
-                T untouched{};
-                const bool found = (meta.*getter)(key, value);
-                isFirst = memcmp(&value, &first, sizeof(T)) == 0;
-                isSecond = memcmp(&value, &second, sizeof(T)) == 0;
-                EXPECT_TRUE(found || memcmp(&value, &untouched, sizeof(T)) == 0);
-                return found;
-            }};
+    EXPECT_TRUE(meta.SetInt8("k01", INT8_MIN) && meta.SetInt16("k02", INT16_MIN) && meta.SetInt32("k03", INT32_MAX) &&
+                meta.SetInt64("k04", INT64_MAX) && meta.SetUint8("k05", UINT8_MAX) &&
+                meta.SetUint16("k06", UINT16_MAX) && meta.SetUint32("k07", UINT32_MAX) &&
+                meta.SetUint64("k08", UINT64_MAX) && meta.SetFloat("k09", 1.5F) && meta.SetDouble("k10", -0.25) &&
+                meta.SetPointer("k11", gBytes) && meta.SetString("k12", "text") &&
+                meta.SetByteBuffer("k13", gBytes, 5) && meta.SetFraction("k14", 6, -4) &&
+                meta.SetRect("k15", -1, INT32_MIN, 3, 0) && meta.SetObject("k16", gObject));
 }
 
-std::vector<TypeCase> AllTypes()
+std::string KeyOf(int type)
 {
-    using namespace osal;
-    using M = MediaMeta;
-    using Fraction = M::Fraction;
-    using Rect = M::Rect;
-    std::vector<TypeCase> types{
-        Plain<int8_t>(META_TYPE_INT8, &M::SetInt8, &M::GetInt8, INT8_MIN, INT8_MAX),
-        Plain<int16_t>(META_TYPE_INT16, &M::SetInt16, &M::GetInt16, INT16_MIN, INT16_MAX),
-        Plain<int32_t>(META_TYPE_INT32, &M::SetInt32, &M::GetInt32, INT32_MIN, INT32_MAX),
-        Plain<int64_t>(META_TYPE_INT64, &M::SetInt64, &M::GetInt64, INT64_MIN, INT64_MAX),
-        Plain<uint8_t>(META_TYPE_UINT8, &M::SetUint8, &M::GetUint8, 1, UINT8_MAX),
-        Plain<uint16_t>(META_TYPE_UINT16, &M::SetUint16, &M::GetUint16, 1, UINT16_MAX),
-        Plain<uint32_t>(META_TYPE_UINT32, &M::SetUint32, &M::GetUint32, 1, UINT32_MAX),
-        Plain<uint64_t>(META_TYPE_UINT64, &M::SetUint64, &M::GetUint64, 1, UINT64_MAX),
-        Plain<float>(META_TYPE_FLOAT, &M::SetFloat, &M::GetFloat, -0.0F, std::numeric_limits<float>::quiet_NaN()),
-        Plain<double>(META_TYPE_DOUBLE, &M::SetDouble, &M::GetDouble, -0.0, std::numeric_limits<double>::denorm_min()),
-        Plain<void*>(META_TYPE_POINTER, &M::SetPointer, &M::GetPointer, gBytes, gBytes + 1),
-        Plain<Fraction>(META_TYPE_FRACTION, static_cast<bool (M::*)(const char*, Fraction)>(&M::SetFraction),
-                        static_cast<bool (M::*)(const char*, Fraction&) const>(&M::GetFraction), Fraction{0, 5},
-                        Fraction{6, -4}),
-        Plain<Rect>(META_TYPE_RECT, static_cast<bool (M::*)(const char*, Rect)>(&M::SetRect),
-                    static_cast<bool (M::*)(const char*, Rect&) const>(&M::GetRect), Rect{1, 2, 3, 4},
-                    Rect{-1, INT32_MIN, 3, 0}),
-    };
-    types.push_back({META_TYPE_STRING,
-                     [](M& meta, const char* key, bool second) { return meta.SetString(key, second ? "b" : ""); },
-                     [](const M& meta, const char* key, bool& isFirst, bool& isSecond) {
-                         const char* value = "untouched";
-                         const bool found = meta.GetString(key, value);
-                         isFirst = strcmp(value, "") == 0;
-                         isSecond = strcmp(value, "b") == 0;
-                         EXPECT_TRUE(found || strcmp(value, "untouched") == 0);
-                         return found;
-                     }});
-    types.push_back({META_TYPE_BYTE_BUFFER,
-                     [](M& meta, const char* key, bool second) {
-                         return meta.SetByteBuffer(key, gBytes, second ? 5 : 3);
-                     },
-                     [](const M& meta, const char* key, bool& isFirst, bool& isSecond) {
-                         M::ByteBuffer value{99, nullptr};
-                         const bool found = meta.GetByteBuffer(key, value);
-                         isFirst = value.size == 3 && memcmp(value.data, gBytes, 3) == 0;
-                         isSecond = value.size == 5 && memcmp(value.data, gBytes, 5) == 0;
-                         EXPECT_TRUE(found || (value.size == 99 && value.data == nullptr));
-                         return found;
-                     }});
-    types.push_back({META_TYPE_OBJECT,
-                     [](M& meta, const char* key, bool second) { return meta.SetObject(key, second ? gObject : nullptr); },
-                     [](const M& meta, const char* key, bool& isFirst, bool& isSecond) {
-                         const auto untouched = std::make_shared<M::MetaBase>();
-                         auto value = untouched;
-                         const bool found = meta.GetObject(key, value);
-                         isFirst = value == nullptr;
-                         isSecond = value == gObject;
-                         EXPECT_TRUE(found || value == untouched);
-                         return found;
-                     }});
-    return types;
+    return (type < 10 ? "k0" : "k") + std::to_string(type);
 }
 
 }  // namespace
 
-TEST(MediaMetaTypes, EachKeepsItsKeyItsValueAndItsItem)
+// That types exclude each other, and what the operations do to values, is compared with a model elsewhere.
+TEST(MediaMetaTypes, RefuseOthersAndLeaveOutputsAlone)
 {
     const LogCapture log;
-    const auto types = AllTypes();
-    ASSERT_EQ(16U, types.size());
-    for (const auto& own : types) {
-        SCOPED_TRACE(own.type);
-        MediaMeta meta;
-        bool isFirst = false;
-        bool isSecond = false;
-        EXPECT_FALSE(own.get(meta, "key", isFirst, isSecond));
-        EXPECT_FALSE(own.get(meta, nullptr, isFirst, isSecond));
-        ASSERT_TRUE(own.set(meta, "key", false));
-        const auto item = ItemOf(meta, "key");
-        EXPECT_EQ(own.type, item->mType);
-        EXPECT_TRUE(own.get(meta, "key", isFirst, isSecond) && isFirst);
-        EXPECT_TRUE(own.set(meta, "key", true));
-        EXPECT_EQ(item, ItemOf(meta, "key"));
-        for (const auto& other : types) {
-            if (other.type != own.type) {
-                EXPECT_FALSE(other.set(meta, "key", false)) << other.type;
-                EXPECT_FALSE(other.get(meta, "key", isFirst, isSecond)) << other.type;
-            }
-        }
-        EXPECT_TRUE(own.get(meta, "key", isFirst, isSecond) && isSecond);
-        if (own.type != osal::META_TYPE_BYTE_BUFFER) {  // which logs
-            EXPECT_FALSE(own.set(meta, nullptr, true));
-        }
-        EXPECT_EQ(std::vector<std::string>{"key"}, Keys(meta));
+    MediaMeta meta;
+    FillWithEachType(meta);
+    const auto item = ItemOf(meta, "k03");
+    EXPECT_TRUE(meta.SetInt32("k03", 7));
+    EXPECT_FALSE(meta.SetInt64("k03", 8) || meta.SetUint32("k03", 8) || meta.SetInt32("k07", 8));
+    EXPECT_EQ(item, ItemOf(meta, "k03"));
+    EXPECT_EQ(7, item->mValue.int32Value);
+    int32_t number = 5;
+    double real = 5;
+    const char* text = "untouched";
+    std::shared_ptr<MediaMeta::MetaBase> object = gObject;
+    MediaMeta::ByteBuffer block{5, gBytes};
+    for (const char* key : {"k04", "no such key", static_cast<const char*>(nullptr)}) {
+        EXPECT_FALSE(meta.GetInt32(key, number) || meta.GetDouble(key, real) || meta.GetString(key, text) ||
+                     meta.GetObject(key, object) || meta.GetByteBuffer(key, block) ||
+                     meta.GetFraction(key, number, number) || meta.GetRect(key, number, number, number, number));
     }
+    EXPECT_TRUE(number == 5 && real == 5 && object == gObject && block.size == 5 && block.data == gBytes);
+    EXPECT_STREQ("untouched", text);
+    EXPECT_FALSE(meta.SetInt32(nullptr, 1) || meta.SetString(nullptr, "x") || meta.SetObject(nullptr, gObject) ||
+                 meta.SetFraction(nullptr, 1, 1) || meta.SetPointer(nullptr, nullptr));
+    EXPECT_EQ(16U, Keys(meta).size());
     EXPECT_EQ(LogLines{}, log.Lines());
 }
 
@@ -264,10 +185,10 @@ TEST(MediaMetaBytes, AreCopiedIntoAFreshBlockAndBadArgumentsLogged)
 
 TEST(MediaMetaObjects, LiveAsLongAsTheyAreShared)
 {
-    auto first = std::make_shared<Object>();
-    auto second = std::make_shared<Object>();
-    const std::weak_ptr<Object> watchFirst = first;
-    const std::weak_ptr<Object> watchSecond = second;
+    auto first = std::make_shared<MediaMeta::MetaBase>();
+    auto second = std::make_shared<MediaMeta::MetaBase>();
+    const std::weak_ptr<MediaMeta::MetaBase> watchFirst = first;
+    const std::weak_ptr<MediaMeta::MetaBase> watchSecond = second;
     MediaMeta meta;
     EXPECT_TRUE(meta.SetObject("o", first));
     first.reset();
@@ -275,7 +196,7 @@ TEST(MediaMetaObjects, LiveAsLongAsTheyAreShared)
     EXPECT_TRUE(meta.SetObject("o", second));
     EXPECT_TRUE(watchFirst.expired());
     second.reset();
-    std::shared_ptr<MediaMeta::MetaBase> out = std::make_shared<Object>();
+    std::shared_ptr<MediaMeta::MetaBase> out = std::make_shared<MediaMeta::MetaBase>();
     EXPECT_TRUE(meta.GetObject("o", out));
     EXPECT_EQ(watchSecond.lock(), out);
     meta.Destroy();
@@ -329,23 +250,15 @@ TEST(MediaMetaIteration, WalksInKeyOrderAndStaysPutAtTheEnd)
 TEST(MediaMetaDump, WritesALineForEachType)
 {
     MediaMeta meta;
-    for (const auto& type : AllTypes()) {
-        char key[8];
-        snprintf(key, sizeof(key), "k%02d", type.type);
-        ASSERT_TRUE(type.set(meta, key, true));
-    }
-    meta.SetFloat("k09", 1.5F);
-    meta.SetDouble("k10", -0.25);
+    FillWithEachType(meta);
     MediaParam param;  // the way to entries without a value and of unknown types
-    for (const int32_t value : {3, 0, 12, 17}) {
+    for (const int32_t value : {3, 0, 17, 12}) {
         param.WriteInt32(value);
     }
-    for (const char* text : {"k00", "k99", "text of k99", "k17"}) {
-        param.WriteString(text);
+    for (const char* key : {"k00", "k17", "k99"}) {
+        param.WriteString(key);
     }
-    meta.ReadFromMediaParam(&param);
-    free(ItemOf(meta, "k99")->mValue.stringValue);
-    ItemOf(meta, "k99")->mValue.stringValue = nullptr;
+    EXPECT_FALSE(meta.ReadFromMediaParam(&param));
 
     const LogCapture log;
     meta.Dump();
@@ -361,8 +274,8 @@ TEST(MediaMetaDump, WritesALineForEachType)
                         debug("(k04, int64_t:9223372036854775807)"), Error("Dump: Unknown item: 5"),
                         Error("Dump: Unknown item: 6"), Error("Dump: Unknown item: 7"),
                         Error("Dump: Unknown item: 8"), debug("(k09, float:1.500000)"),
-                        debug("(k10, double:-0.250000)"), debug("(k11, pointer:" + address(gBytes + 1) + ")"),
-                        debug("(k12, string:b)"), debug("(k13, bytebuffer(" + address(block) + ", 5))"),
+                        debug("(k10, double:-0.250000)"), debug("(k11, pointer:" + address(gBytes) + ")"),
+                        debug("(k12, string:text)"), debug("(k13, bytebuffer(" + address(block) + ", 5))"),
                         debug("(k14, fraction:(6/-4))"), debug("(k15, rect:(-1, -2147483648, 3, 0))"),
                         debug("(k16, object:" + address(gObject.get()) + ")"), Error("Dump: Unknown item: 17"),
                         debug("(k99, string:(null))")}),
@@ -373,56 +286,35 @@ TEST(MediaMetaCopy, SharesItemsButTextsAndBlocks)
 {
     EXPECT_EQ(std::vector<std::string>{}, Keys(*MediaMeta().Copy()));
     auto source = MediaMeta::Create();
-    for (const auto& type : AllTypes()) {
-        ASSERT_TRUE(type.set(*source, std::to_string(type.type).c_str(), true));
-    }
+    FillWithEachType(*source);
     const auto copy = source->Copy();
     ASSERT_EQ(Keys(*source), Keys(*copy));
     for (const std::string& key : Keys(*source)) {
-        EXPECT_EQ(key != "12" && key != "13", ItemOf(*source, key) == ItemOf(*copy, key)) << key;
-    }
-    EXPECT_TRUE(copy->SetInt32("3", 7) && copy->SetString("12", "changed"));
-    int32_t number = 0;
-    const char* text = nullptr;
-    EXPECT_TRUE(source->GetInt32("3", number) && source->GetString("12", text));
-    EXPECT_EQ(7, number);
-    EXPECT_STREQ("b", text);
-    source.reset();
-    for (const auto& type : AllTypes()) {
-        bool isFirst = false;
-        bool isSecond = false;
-        EXPECT_TRUE(type.get(*copy, std::to_string(type.type).c_str(), isFirst, isSecond));
+        EXPECT_EQ(key != "k12" && key != "k13", ItemOf(*source, key) == ItemOf(*copy, key)) << key;
     }
 }
 
 TEST(MediaMetaMerge, TakesOverWhatHasARuleAndSkipsTheRest)
 {
     auto other = MediaMeta::Create();
+    FillWithEachType(*other);
     MediaMeta meta;
-    meta.SetInt32("3", 1);
+    meta.SetInt32("k03", 1);
     meta.SetInt32("only here", 1);
-    const auto kept = ItemOf(meta, "3");
-    for (const auto& type : AllTypes()) {
-        ASSERT_TRUE(type.set(*other, std::to_string(type.type).c_str(), true));
-    }
+    const auto kept = ItemOf(meta, "k03");
     const LogCapture log;
     EXPECT_TRUE(meta.Merge(other));
     LogLines skipped;
-    for (const char* type : {"1", "2", "5", "6", "7", "8"}) {
-        EXPECT_FALSE(meta.ContainsKey(type));
-        skipped.push_back(Error(std::string("Merge: Should not be here mType: ") + type));
+    for (const int type : {1, 2, 5, 6, 7, 8}) {
+        EXPECT_FALSE(meta.ContainsKey(KeyOf(type).c_str()));
+        skipped.push_back(Error("Merge: Should not be here mType: " + std::to_string(type)));
     }
     EXPECT_EQ(skipped, log.Lines());
     EXPECT_EQ(11U, Keys(meta).size());
-    EXPECT_EQ(kept, ItemOf(meta, "3"));
-    for (const auto& type : AllTypes()) {
-        const std::string key = std::to_string(type.type);
-        bool isFirst = false;
-        bool isSecond = false;
-        EXPECT_EQ(meta.ContainsKey(key.c_str()), type.get(meta, key.c_str(), isFirst, isSecond) && isSecond);
-    }
+    EXPECT_EQ(kept, ItemOf(meta, "k03"));
+    EXPECT_EQ(INT32_MAX, kept->mValue.int32Value);
+    EXPECT_EQ(gObject, ItemOf(meta, "k16")->mObject);
     EXPECT_TRUE(other->Merge(other));
-    EXPECT_EQ(16U, Keys(*other).size());
     EXPECT_FALSE(meta.Merge(nullptr));
 }
 
@@ -476,12 +368,10 @@ TEST(MediaMetaParcel, CarriesTheSequenceThatReadersRelyOn)
     EXPECT_NE(ItemOf(meta, "a"), ItemOf(reader, "a"));
 }
 
-TEST(MediaMetaParcel, ReturnsEveryCarriedTypeAndNamesTheRefused)
+TEST(MediaMetaParcel, NamesTheTypesThatDoNotTravel)
 {
     MediaMeta meta;
-    for (const auto& type : AllTypes()) {
-        ASSERT_TRUE(type.set(meta, std::to_string(type.type).c_str(), true));
-    }
+    FillWithEachType(meta);
     MediaParam param;
     MediaMeta reader;
     const LogCapture log;
@@ -490,25 +380,18 @@ TEST(MediaMetaParcel, ReturnsEveryCarriedTypeAndNamesTheRefused)
     LogLines expected;
     for (const std::string way : {"Write", "Read"}) {
         const std::string name = way == "Write" ? "WriteToMediaParam" : "ReadFromMediaParam";
-        expected.push_back(Error(name + ": Should not be here mType: 1"));
+        for (const int type : {1, 2, 5, 6, 7, 8}) {
+            expected.push_back(Error(name + ": Should not be here mType: " + std::to_string(type)));
+        }
         expected.push_back(Error("MediaParam doesn't support " + way + "ByteBuffer method"));
         expected.push_back(Error("MediaParam doesn't support " + way + "Object method"));
-        for (const char* type : {"2", "5", "6", "7", "8"}) {
-            expected.push_back(Error(name + ": Should not be here mType: " + type));
-        }
     }
     EXPECT_EQ(expected, log.Lines());
     ASSERT_EQ(Keys(meta), Keys(reader));
-    for (const auto& type : AllTypes()) {
-        const std::string key = std::to_string(type.type);
-        const auto item = ItemOf(reader, key);
-        EXPECT_EQ(type.type, item->mType);
-        bool isFirst = false;
-        bool isSecond = false;
-        type.get(reader, key.c_str(), isFirst, isSecond);
+    for (const int type : {1, 2, 5, 6, 7, 8, 13, 16}) {
+        const auto item = ItemOf(reader, KeyOf(type));
         const MetaItem::Value zero{};
-        const bool isEmpty = memcmp(&item->mValue, &zero, sizeof(zero)) == 0 && !item->mObject;
-        EXPECT_NE(isSecond, isEmpty) << key;
+        EXPECT_TRUE(item->mType == type && memcmp(&item->mValue, &zero, sizeof(zero)) == 0 && !item->mObject) << type;
     }
     EXPECT_FALSE(meta.WriteToMediaParam(nullptr));
     EXPECT_FALSE(meta.ReadFromMediaParam(nullptr));

@@ -100,16 +100,6 @@ TEST(MediaParamFixed, ReadsBackInOrderByBothForms)
     EXPECT_EQ(ERR_NO_MORE, param.ReadInt32(nullptr));
 }
 
-TEST(MediaParamFixed, RefusesToReadMoreThanIsUnread)
-{
-    MediaParam param;
-    param.WriteInt32(1);
-    param.WriteInt32(2);
-    EXPECT_EQ(1, param.ReadInt32());
-    EXPECT_EQ(0, param.ReadInt64());  // 4 bytes are left
-    EXPECT_EQ(2, param.ReadInt32());
-}
-
 TEST(MediaParamSequences, AreIndependent)
 {
     const auto ref = std::make_shared<MediaRefBase>();
