@@ -277,7 +277,8 @@ public:
     // type, all zero and empty, and makes the result false, with an error line unless only a text was
     // missing. False, with nothing logged, for null. Nothing checks that the parcel holds a container:
     // the count is taken at its word, values that are missing are read as zeros, entries whose key is
-    // missing are skipped. If memory runs out, the entries read so far stay.
+    // missing are skipped. If memory runs out, the entries read so far stay; a text for which there is none,
+    // with an error line, leaves its key as it was and makes the result false.
     bool ReadFromMediaParam(const MediaParam* param);
 
 private:

@@ -107,6 +107,9 @@ bool MediaMeta::ReadFromMediaParam(const MediaParam* param)
                 const char* text = param->ReadString();
                 value.stringValue = text != nullptr ? DuplicateText(text) : nullptr;
                 complete = complete && value.stringValue != nullptr;
+                if (text != nullptr && value.stringValue == nullptr) {
+                    continue;
+                }
                 break;
             }
             case META_TYPE_FRACTION:
