@@ -473,8 +473,9 @@ public:
                 Expect(key, it.Key(), "key");
                 Expect(item->type, static_cast<int32_t>(it.Value()->mType), "type");
                 std::optional<std::string> image;
-                const auto rule = std::find_if(RULES.begin(), RULES.end(),
-                                               [&](const Rule& candidate) { return candidate.type == item->type; });
+                const auto rule = std::find_if(RULES.begin(), RULES.end(), [type = item->type](const Rule& candidate) {
+                    return candidate.type == type;
+                });
                 Expect(rule != RULES.end(), rule != RULES.end() && rule->get(*mMetas[i], key.c_str(), image), "found");
                 Expect(item->image, image, "value");
                 ++it;

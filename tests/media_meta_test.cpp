@@ -205,6 +205,27 @@ TEST(MediaMetaObjects, LiveAsLongAsTheyAreShared)
     EXPECT_TRUE(watchSecond.expired());
 }
 
+TEST(MediaMetaObjects, MayCallBackWhenTheyAreReleased)
+{
+    struct CallsBack : MediaMeta::MetaBase {
+        explicit CallsBack(MediaMeta& owner) : meta(owner) {}
+        ~CallsBack() override
+        {
+            std::shared_ptr<MediaMeta::MetaBase> object;
+            meta.GetObject("o", object);
+            meta.Destroy();
+            meta.SetInt32("last words", 1);
+        }
+        MediaMeta& meta;
+    };
+    MediaMeta meta;
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_TRUE(meta.SetObject("o", std::make_shared<CallsBack>(meta)));
+        i == 0 ? meta.Destroy() : static_cast<void>(meta.SetObject("o", nullptr));
+        EXPECT_EQ(std::vector<std::string>{"last words"}, Keys(meta));
+    }
+}
+
 TEST(MediaMetaDestroy, EmptiesForAnyNewUseAndSparesItemsHeldElsewhere)
 {
     auto meta = MediaMeta::Create();
@@ -390,8 +411,8 @@ TEST(MediaMetaParcel, NamesTheTypesThatDoNotTravel)
     ASSERT_EQ(Keys(meta), Keys(reader));
     for (const int type : {1, 2, 5, 6, 7, 8, 13, 16}) {
         const auto item = ItemOf(reader, KeyOf(type));
-        const MetaItem::Value zero{};
-        EXPECT_TRUE(item->mType == type && memcmp(&item->mValue, &zero, sizeof(zero)) == 0 && !item->mObject) << type;
+        const std::string value(reinterpret_cast<const char*>(&item->mValue), sizeof(item->mValue));
+        EXPECT_TRUE(item->mType == type && value == std::string(16, '\0') && !item->mObject) << type;
     }
     EXPECT_FALSE(meta.WriteToMediaParam(nullptr));
     EXPECT_FALSE(meta.ReadFromMediaParam(nullptr));

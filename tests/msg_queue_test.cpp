@@ -347,7 +347,7 @@ TEST(MsgHandlerTest, KeepsTheOrderOfItsSlots)
     } handler;
     using Slot = void (*)(IMsgHandler*, int32_t*);
     Slot* slots = nullptr;
-    memcpy(&slots, static_cast<IMsgHandler*>(&handler), sizeof(slots));
+    memcpy(&slots, static_cast<const void*>(static_cast<IMsgHandler*>(&handler)), sizeof(slots));
     int32_t arg = 0;
     const char* const expected[] = {"HandleMsg", "Wait", "NotifyFinished"};
     for (size_t i = 0; i < 3; ++i) {

@@ -41,7 +41,7 @@ extern "C" int __android_log_print(int prio, const char* tag, const char* fmt, .
 LogCapture::LogCapture()
 {
     const std::lock_guard<std::mutex> lock(logMutex);
-    logLines.clear();
+    LogLines().swap(logLines);
 }
 
 LogLines LogCapture::Lines(const char* tag) const

@@ -34,8 +34,9 @@ enum MetaType : int32_t {
 
 // Typed values under text keys, walked in ascending byte order of the keys.
 //
-// Not for use from two threads at once, readers beside Begin() and End() included: callers serialise
-// every call on a container, and on all containers that share items with it (see Copy()).
+// Not for use from two threads at once: callers serialise the calls on a container, and on all containers
+// that share items with it (see Copy()). Only getters, ContainsKey() and Dump() may run beside each other;
+// Begin() and End(), although const, may not.
 //
 // Types:     a key keeps the type of the value that made its entry: a setter of another type is refused,
 //            a getter of another type fails, whatever the widths. Only Destroy() removes entries.
@@ -44,8 +45,8 @@ enum MetaType : int32_t {
 // Lifetime:  texts and byte blocks are the container's own copies; getters hand out pointers into them,
 //            which the caller neither frees nor keeps beyond the next change of the entry. Objects are
 //            shared. Addresses set with SetPointer() are never dereferenced and never freed.
-// Results:   true, or false with outputs and container unchanged. Running out of memory throws
-//            std::bad_alloc and leaves the container as it was, except where an operation says more.
+// Results:   true, or false with outputs and container unchanged, except where an operation says more.
+//            Running out of memory throws std::bad_alloc and leaves the container as it was, likewise.
 //
 //     auto meta = osal::MediaMeta::Create();
 //     meta->SetString("mime", "audio/raw");
@@ -186,8 +187,8 @@ public:
     bool ContainsKey(const char* key) const;
 
     // Setters. Each stores a value under a copy of `key`: a new key makes an entry, an existing entry of
-    // the same type is changed in place. False, with nothing changed and nothing logged, for a null key
-    // and for an entry of another type.
+    // the same type is changed in place. False, with nothing changed and nothing logged (SetByteBuffer()
+    // excepted), for a null key and for an entry of another type.
     bool SetInt8(const char* key, int8_t value);
     bool SetInt16(const char* key, int16_t value);
     bool SetInt32(const char* key, int32_t value);
@@ -210,7 +211,8 @@ public:
     bool SetString(const char* key, const char* value);
     // Stores a copy of the bytes in a fresh block, even when they are equal: pointers from GetByteBuffer()
     // become invalid. `value` may be the entry's own block. Also false, with an error line, for a null
-    // key, null data and a count of 0.
+    // key, null data and a count of 0. (A count over SIZE_MAX / 2 cannot be copied: should the block be had at
+    // all, it is stored unfilled, with false.)
     bool SetByteBuffer(const char* key, ByteBuffer value);
     bool SetByteBuffer(const char* key, uint8_t* data, uint64_t size);
     // Shares the object and lets go of the entry's previous one. An empty pointer is stored as such.
@@ -246,14 +248,15 @@ public:
 
     // A new container with the same entries. It shares every item with this one, except texts and byte
     // blocks, which are copied: setting a shared key in one container changes it in both. Empty pointer,
-    // with error lines, when a text or a block cannot be copied (an entry from a parcel that came without
-    // its value); this container never changes.
+    // with error lines, when a text or a block cannot be copied: an entry that came from a parcel without its
+    // value, or no memory for a text. This container never changes.
     std::shared_ptr<MediaMeta> Copy() const;
 
     // Sets every entry of `other` here through the setters, in key order; objects are shared. Stops with
     // false and an error line at the first entry that its setter refuses; those before it stay merged.
     // Entries without a setter rule (the 8- and 16-bit, the unsigned and the empty ones) are skipped with
-    // an error line each and do not count as failures. False, with nothing logged, for an empty `other`.
+    // an error line each and do not count as failures. False, with nothing logged, for an empty `other`. If
+    // memory runs out, the entries merged so far stay.
     bool Merge(std::shared_ptr<MediaMeta> other);
 
     // The first entry, and the position behind the last. Both keep what they hand out in the container, so
@@ -261,8 +264,9 @@ public:
     ConstIterator Begin() const;
     ConstIterator End() const;
 
-    // Writes every entry to the log at debug priority. The 8- and 16-bit and the unsigned integers are
-    // reported as unknown items at error priority, without their values.
+    // Writes every entry to the log at debug priority, one without type without its key. The 8- and 16-bit and
+    // the unsigned integers, and types that there are not, are reported as unknown items at error priority,
+    // without their values.
     void Dump() const;
 
     // Appends the whole container to a parcel. 32- and 64-bit signed integers, addresses, floats, texts,
@@ -270,6 +274,7 @@ public:
     // and makes the result false. False, with nothing logged, for null. Room is not checked: values that
     // no longer fit are dropped by the parcel with its own error lines, and the result does not tell. A
     // text entry that has no text travels as an empty text, so that the entries behind it keep their place.
+    // If memory runs out, the parcel keeps what was written so far and is not fit to be read.
     bool WriteToMediaParam(MediaParam* param);
 
     // Reads entries from a parcel that WriteToMediaParam() wrote and puts each in place of what its key

@@ -14,7 +14,7 @@ namespace osal {
 
 namespace {
 
-constexpr const char* LOG_TAG = "Memoryfd";
+constexpr const char* TAG = "Memoryfd";
 
 // The kernel's number; headers that are older than the seal do not have it.
 constexpr int SEAL_FUTURE_WRITE = 0x10;
@@ -40,18 +40,18 @@ int MemfdCreateRegion(std::string name, unsigned long size)
 {
     const auto signedSize = static_cast<ssize_t>(size);
     if (size == 0 || name.empty()) {
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "Is memfd name: %s  empty or size: %zd less than zero?",
+        __android_log_print(ANDROID_LOG_ERROR, TAG, "Is memfd name: %s  empty or size: %zd less than zero?",
                             name.c_str(), signedSize);
         return -1;
     }
     const int fd = CreateMemoryFile(name.c_str());
     if (fd == -1) {
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "%s(%s, %zd) failed: %d.", __func__, name.c_str(),
+        __android_log_print(ANDROID_LOG_ERROR, TAG, "%s(%s, %zd) failed: %d.", __func__, name.c_str(),
                             signedSize, errno);
         return -1;
     }
     if (ftruncate(fd, signedSize) == -1) {
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "ftruncate(%s, %zd) failed for memfd creation: %d.",
+        __android_log_print(ANDROID_LOG_ERROR, TAG, "ftruncate(%s, %zd) failed for memfd creation: %d.",
                             name.c_str(), signedSize, errno);
         close(fd);
         return -1;
@@ -62,7 +62,7 @@ int MemfdCreateRegion(std::string name, unsigned long size)
 bool MemfdIsValid(int fd)
 {
     if (fd < 1 || fcntl(fd, F_GET_SEALS) == -1) {
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "Invalid memfd: %d", fd);
+        __android_log_print(ANDROID_LOG_ERROR, TAG, "Invalid memfd: %d", fd);
         return false;
     }
     return true;
@@ -74,15 +74,15 @@ int MemfdSetProtRegion(int fd, int prot)
         return -1;
     }
     if ((prot & PROT_WRITE) != 0) {
-        __android_log_print(ANDROID_LOG_DEBUG, LOG_TAG, "Only proceed if the fd needs to be write-protected.");
+        __android_log_print(ANDROID_LOG_DEBUG, TAG, "Only proceed if the fd needs to be write-protected.");
         return 0;
     }
     if (fcntl(fd, F_ADD_SEALS, SEAL_FUTURE_WRITE) == -1) {
         const int error = errno;
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "%s(%d, %d): F_SEAL_FUTURE_WRITE seal failed: %d.",
+        __android_log_print(ANDROID_LOG_ERROR, TAG, "%s(%d, %d): F_SEAL_FUTURE_WRITE seal failed: %d.",
                             __func__, fd, prot, error);
         if (error == EINVAL) {
-            __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "The kernel does not support this function.");
+            __android_log_print(ANDROID_LOG_ERROR, TAG, "The kernel does not support this function.");
         }
         return -1;
     }
@@ -96,11 +96,11 @@ int MemfdGetRegionSize(int fd)
     }
     struct stat status {};
     if (fstat(fd, &status) == -1) {
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "%s(%d): fstat failed: %d.", __func__, fd, errno);
+        __android_log_print(ANDROID_LOG_ERROR, TAG, "%s(%d): fstat failed: %d.", __func__, fd, errno);
         return -1;
     }
     if (status.st_size > INT_MAX) {
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "%s(%d): size %lld is more than an int holds.", __func__,
+        __android_log_print(ANDROID_LOG_ERROR, TAG, "%s(%d): size %lld is more than an int holds.", __func__,
                             fd, static_cast<long long>(status.st_size));
         return -1;
     }

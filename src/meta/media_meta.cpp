@@ -3,8 +3,10 @@
 #include "media_meta_internal.h"
 
 #include <android/log.h>
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
+#include <type_traits>
 
 namespace osal {
 
@@ -14,7 +16,9 @@ static_assert(sizeof(MediaMeta::Rect) == 16 && offsetof(MediaMeta::Rect, b) == 4
               offsetof(MediaMeta::Rect, c) == 8 && offsetof(MediaMeta::Rect, d) == 12);
 static_assert(sizeof(MediaMeta::ByteBuffer) == 16 && offsetof(MediaMeta::ByteBuffer, size) == 0 &&
               offsetof(MediaMeta::ByteBuffer, data) == 8);
-static_assert(sizeof(MetaType) == 4 && sizeof(MediaMeta::MetaItem::Value) == 16);
+static_assert(std::is_same_v<std::underlying_type_t<MetaType>, int32_t>);
+static_assert(offsetof(MediaMeta::MetaItem, mType) == 0 && offsetof(MediaMeta::MetaItem, mValue) == 8 &&
+              offsetof(MediaMeta::MetaItem, mObject) == 24);
 static_assert(META_TYPE_NONE == 0 && META_TYPE_INT8 == 1 && META_TYPE_INT16 == 2 && META_TYPE_INT32 == 3 &&
               META_TYPE_INT64 == 4 && META_TYPE_UINT8 == 5 && META_TYPE_UINT16 == 6 &&
               META_TYPE_UINT32 == 7 && META_TYPE_UINT64 == 8 && META_TYPE_FLOAT == 9 &&
@@ -23,6 +27,14 @@ static_assert(META_TYPE_NONE == 0 && META_TYPE_INT8 == 1 && META_TYPE_INT16 == 2
               META_TYPE_OBJECT == 16);
 // "%ld" and the mangled names of the 64-bit operations rest on this.
 static_assert(std::is_same_v<int64_t, long> && std::is_same_v<uint64_t, unsigned long>);
+
+std::shared_ptr<MediaMeta::MetaItem> CreateZeroItem(MetaType type)
+{
+    auto item = MediaMeta::MetaItem::Create();
+    item->mType = type;
+    memset(&item->mValue, 0, sizeof(item->mValue));  // `= {}` zeroes the first member of a union alone
+    return item;
+}
 
 char* DuplicateText(const char* text)
 {
@@ -82,11 +94,15 @@ MediaMeta::~MediaMeta()
 
 void MediaMeta::Destroy()
 {
-    // The end survives clear(); the first position would be left dangling for Begin() to compare with.
-    if (mBeginIter) {
-        *mBeginIter = ConstIterator(mItems, mItems.end());
+    // Released last, when the container is empty and in order: the destructor of an object may call back.
+    ItemMap released;
+    released.swap(mItems);
+    // What the slots stood at is gone; Begin() and End() must not compare with it.
+    for (const auto* slot : {&mBeginIter, &mEndIter}) {
+        if (*slot) {
+            **slot = ConstIterator(mItems, mItems.end());
+        }
     }
-    mItems.clear();
 }
 
 bool MediaMeta::ContainsKey(const char* key) const

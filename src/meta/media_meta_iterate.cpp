@@ -36,49 +36,48 @@ MediaMeta::ConstIterator MediaMeta::End() const
 
 void MediaMeta::Dump() const
 {
-    constexpr auto DEBUG = ANDROID_LOG_DEBUG;
-    __android_log_print(DEBUG, META_LOG_TAG, "######## MediaMeta dump debug");
+    __android_log_print(ANDROID_LOG_DEBUG, META_LOG_TAG, "######## MediaMeta dump debug");
     for (const auto& [name, item] : mItems) {
         const char* key = name.c_str();
         const MetaItem::Value& value = item->mValue;
         switch (item->mType) {
             case META_TYPE_NONE:
-                __android_log_print(DEBUG, META_LOG_TAG, "empty item");
+                __android_log_print(ANDROID_LOG_DEBUG, META_LOG_TAG, "empty item");
                 break;
             case META_TYPE_INT32:
-                __android_log_print(DEBUG, META_LOG_TAG, "(%s, int32_t:%d)", key, value.int32Value);
+                __android_log_print(ANDROID_LOG_DEBUG, META_LOG_TAG, "(%s, int32_t:%d)", key, value.int32Value);
                 break;
             case META_TYPE_INT64:
-                __android_log_print(DEBUG, META_LOG_TAG, "(%s, int64_t:%ld)", key, value.int64Value);
+                __android_log_print(ANDROID_LOG_DEBUG, META_LOG_TAG, "(%s, int64_t:%ld)", key, value.int64Value);
                 break;
             case META_TYPE_FLOAT:
-                __android_log_print(DEBUG, META_LOG_TAG, "(%s, float:%f)", key,
+                __android_log_print(ANDROID_LOG_DEBUG, META_LOG_TAG, "(%s, float:%f)", key,
                                     static_cast<double>(value.floatValue));
                 break;
             case META_TYPE_DOUBLE:
-                __android_log_print(DEBUG, META_LOG_TAG, "(%s, double:%f)", key, value.doubleValue);
+                __android_log_print(ANDROID_LOG_DEBUG, META_LOG_TAG, "(%s, double:%f)", key, value.doubleValue);
                 break;
             case META_TYPE_POINTER:
-                __android_log_print(DEBUG, META_LOG_TAG, "(%s, pointer:%p)", key, value.pointerValue);
+                __android_log_print(ANDROID_LOG_DEBUG, META_LOG_TAG, "(%s, pointer:%p)", key, value.pointerValue);
                 break;
             case META_TYPE_STRING:
-                __android_log_print(DEBUG, META_LOG_TAG, "(%s, string:%s)", key,
+                __android_log_print(ANDROID_LOG_DEBUG, META_LOG_TAG, "(%s, string:%s)", key,
                                     value.stringValue != nullptr ? value.stringValue : "(null)");
                 break;
             case META_TYPE_BYTE_BUFFER:
-                __android_log_print(DEBUG, META_LOG_TAG, "(%s, bytebuffer(%p, %zu))", key,
+                __android_log_print(ANDROID_LOG_DEBUG, META_LOG_TAG, "(%s, bytebuffer(%p, %zu))", key,
                                     static_cast<void*>(value.byteBufferValue.data), value.byteBufferValue.size);
                 break;
             case META_TYPE_FRACTION:
-                __android_log_print(DEBUG, META_LOG_TAG, "(%s, fraction:(%d/%d))", key,
+                __android_log_print(ANDROID_LOG_DEBUG, META_LOG_TAG, "(%s, fraction:(%d/%d))", key,
                                     value.fractionValue.num, value.fractionValue.den);
                 break;
             case META_TYPE_RECT:
-                __android_log_print(DEBUG, META_LOG_TAG, "(%s, rect:(%d, %d, %d, %d))", key, value.rectValue.a,
+                __android_log_print(ANDROID_LOG_DEBUG, META_LOG_TAG, "(%s, rect:(%d, %d, %d, %d))", key, value.rectValue.a,
                                     value.rectValue.b, value.rectValue.c, value.rectValue.d);
                 break;
             case META_TYPE_OBJECT:
-                __android_log_print(DEBUG, META_LOG_TAG, "(%s, object:%p)", key,
+                __android_log_print(ANDROID_LOG_DEBUG, META_LOG_TAG, "(%s, object:%p)", key,
                                     static_cast<void*>(item->mObject.get()));
                 break;
             default:

@@ -5,6 +5,7 @@
 #include "osal/media_param.h"
 
 #include <android/log.h>
+#include <utility>
 
 namespace osal {
 
@@ -82,10 +83,8 @@ bool MediaMeta::ReadFromMediaParam(const MediaParam* param)
         if (key == nullptr) {
             continue;
         }
-        auto item = MetaItem::Create();
+        auto item = CreateZeroItem(type);
         MetaItem::Value& value = item->mValue;
-        value = {};
-        item->mType = type;
         switch (type) {
             case META_TYPE_INT32:
                 value.int32Value = param->ReadInt32();

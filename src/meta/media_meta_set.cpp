@@ -28,9 +28,7 @@ bool SetItem(MediaMeta::ItemMap& items, const char* key, MetaType type, Store st
         Item& item = *position->second;
         return item.mType == type && store(item);
     }
-    auto item = Item::Create();
-    item->mValue = {};
-    item->mType = type;
+    auto item = CreateZeroItem(type);
     if (!store(*item)) {
         return false;
     }
@@ -171,7 +169,9 @@ bool MediaMeta::SetByteBuffer(const char* key, uint8_t* data, uint64_t size)
 bool MediaMeta::SetObject(const char* key, const std::shared_ptr<MetaBase>& value)
 {
     return SetItem(mItems, key, META_TYPE_OBJECT, [&value](MetaItem& item) {
-        item.mObject = value;
+        // The previous object goes last: its destructor may call back into the container.
+        auto previous = value;
+        item.mObject.swap(previous);
         return true;
     });
 }

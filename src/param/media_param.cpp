@@ -9,7 +9,7 @@ namespace osal {
 
 namespace {
 
-constexpr const char* LOG_TAG = "MediaParam";
+constexpr const char* TAG = "MediaParam";
 
 // From the last to the first: what was handed in later may rest on what was handed in before it.
 void ReleaseRefs(std::vector<std::shared_ptr<MediaRefBase>>& refs)
@@ -21,9 +21,12 @@ void ReleaseRefs(std::vector<std::shared_ptr<MediaRefBase>>& refs)
 
 }  // namespace
 
+// The widths that writers and readers of a parcel count on.
+static_assert(sizeof(float) == 4 && sizeof(double) == 8 && sizeof(uint8_t*) == 8);
+
 MediaRefBase::~MediaRefBase() = default;
 
-// new[] and not make_unique(): nobody reads bytes that were not written, so they need no zeroing.
+// new[] and not make_unique(): nobody looks at bytes that were not written, so they need no zeroing.
 MediaParam::MediaParam() : mData(new uint8_t[MEDIA_PARAM_CAPACITY]), mCapacity(MEDIA_PARAM_CAPACITY) {}
 
 MediaParam::MediaParam(const MediaParam& other) : MediaParam(&other) {}
@@ -42,14 +45,13 @@ MediaParam& MediaParam::operator=(const MediaParam& other)
 
 MediaParam::~MediaParam()
 {
-    mData.reset();
-    ReleaseRefs(mRefs);
+    Reset();
 }
 
 void MediaParam::Copy(const MediaParam* other)
 {
     if (other == nullptr) {
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "%s: Target pointer can not be nullptr", __func__);
+        __android_log_print(ANDROID_LOG_ERROR, TAG, "%s: Target pointer can not be nullptr", __func__);
         return;
     }
     if (other == this) {
@@ -58,7 +60,7 @@ void MediaParam::Copy(const MediaParam* other)
     const uint64_t size = other->mCapacity;
     if (size == 0) {
         Reset();
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "%s:Copy failed, invalid size: %zu.", __func__, size);
+        __android_log_print(ANDROID_LOG_ERROR, TAG, "%s:Copy failed, invalid size: %zu.", __func__, size);
         return;
     }
     // Everything that can throw comes first: then this parcel is still as it was.
@@ -68,7 +70,7 @@ void MediaParam::Copy(const MediaParam* other)
 
     if (memcpy_s(data.get(), size, other->mData.get(), size) != 0) {
         Reset();
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "%s: memcpy failed.", __func__);
+        __android_log_print(ANDROID_LOG_ERROR, TAG, "%s: memcpy failed.", __func__);
         return;
     }
     mData = std::move(data);
@@ -88,17 +90,17 @@ void MediaParam::Reset()
     mCapacity = 0;
     mWritePos = 0;
     mReadPos = 0;
+    ReleaseRefs(mRefs);
+    mRefReadIndex = 0;
     mStrings.clear();
     mStringReadIndex = 0;
-    mRefReadIndex = 0;
-    ReleaseRefs(mRefs);
 }
 
 template <typename T>
 int32_t MediaParam::WriteFixed(T value)
 {
     if (mCapacity - mWritePos < sizeof(value)) {
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "%s failed: ERR_NO_MORE.", __func__);
+        __android_log_print(ANDROID_LOG_ERROR, TAG, "%s failed: ERR_NO_MORE.", __func__);
         return ERR_NO_MORE;
     }
     memcpy(mData.get() + mWritePos, &value, sizeof(value));
@@ -113,7 +115,7 @@ int32_t MediaParam::ReadFixed(T* out) const
         return ERR_NO_MORE;
     }
     if (mWritePos - mReadPos < sizeof(*out)) {
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "%s failed: ERR_NO_MORE.", __func__);
+        __android_log_print(ANDROID_LOG_ERROR, TAG, "%s failed: ERR_NO_MORE.", __func__);
         return ERR_NO_MORE;
     }
     memcpy(out, mData.get() + mReadPos, sizeof(*out));

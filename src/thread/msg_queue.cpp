@@ -13,7 +13,7 @@ namespace osal {
 
 namespace {
 
-constexpr const char* LOG_TAG = "MsgQueue";
+constexpr const char* TAG = "MsgQueue";
 
 // The longest single wait. The standard library adds a wait to the clock in signed 64 bits, which a due time
 // far away would overflow; the worker then sleeps in slices.
@@ -54,7 +54,7 @@ int32_t MsgQueue::Start(const std::string& name, Thread::Priority priority)
         mCond.wait(lock);
     }
     if (mThread) {
-        __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s: MsgProcessor %s is not stop, ignored!", __func__,
+        __android_log_print(ANDROID_LOG_INFO, TAG, "%s: MsgProcessor %s is not stop, ignored!", __func__,
                             mName.c_str());
         return mStopped ? -EEXIST : 0;
     }
@@ -113,7 +113,7 @@ int32_t MsgQueue::QueueMsg(IMsgHandler* handler, uint64_t delayNs)
     std::list<MsgItem> message(1, MsgItem{handler, 0});
     const std::lock_guard<std::mutex> lock(mMutex);
     if (mStopped) {
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "%s: QueueMsg thread not start!", __func__);
+        __android_log_print(ANDROID_LOG_ERROR, TAG, "%s: QueueMsg thread not start!", __func__);
         return -ENOSYS;
     }
     const auto position = mMsgs.try_emplace(NowNs() + delayNs).first;

@@ -10,7 +10,7 @@ namespace osal {
 
 namespace {
 
-constexpr const char* LOG_TAG = "NuThread";
+constexpr const char* TAG = "NuThread";
 
 // The object whose worker the calling thread is. It outlives the object itself, so that a worker can tell
 // that its Run() has destroyed it.
@@ -35,7 +35,7 @@ int32_t Thread::Start(const std::string& name, Priority priority)
     // Held until the thread exists and all is recorded: the worker's first act is to take it.
     const std::lock_guard<std::mutex> lock(mMutex);
     if (mThread) {
-        __android_log_print(ANDROID_LOG_INFO, LOG_TAG, "%s:  Thread %s is not stop, ignore!", __func__,
+        __android_log_print(ANDROID_LOG_INFO, TAG, "%s:  Thread %s is not stop, ignore!", __func__,
                             mName.c_str());
         return -EEXIST;
     }
@@ -44,7 +44,7 @@ int32_t Thread::Start(const std::string& name, Priority priority)
     try {
         mThread = std::make_unique<std::thread>(&Thread::ThreadFunc, this);
     } catch (const std::system_error&) {
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "%s: Create thread %s failed!", __func__, mName.c_str());
+        __android_log_print(ANDROID_LOG_ERROR, TAG, "%s: Create thread %s failed!", __func__, mName.c_str());
         return -ENOMEM;
     }
     mPriority = priority;
@@ -58,7 +58,7 @@ void Thread::Stop()
         return;
     }
     if (tWorkerOf == this) {
-        __android_log_print(ANDROID_LOG_WARN, LOG_TAG, "%s: Thread %s is not allowed to stop itself", __func__,
+        __android_log_print(ANDROID_LOG_WARN, TAG, "%s: Thread %s is not allowed to stop itself", __func__,
                             mName.c_str());
         return;
     }
@@ -93,7 +93,7 @@ void Thread::ThreadFunc()
     SetThreadName(mName);
     const int error = SetThreadPriority(GetThreadId(), mPriority);
     if (error != 0) {
-        __android_log_print(ANDROID_LOG_WARN, LOG_TAG, "%s, SetThreadPriority ret:%d, mId:%d", mName.c_str(),
+        __android_log_print(ANDROID_LOG_WARN, TAG, "%s, SetThreadPriority ret:%d, mId:%d", mName.c_str(),
                             error, mId);
     }
     // Once Run() has destroyed the object, nothing of it may be read.

@@ -13,7 +13,7 @@ namespace osal {
 
 namespace {
 
-constexpr const char* LOG_TAG = "NuThread";
+constexpr const char* TAG = "NuThread";
 
 // The handle travels as a long; the system's type is an unsigned long on some platforms, a long on others.
 static_assert(sizeof(pthread_t) == sizeof(long));
@@ -33,7 +33,7 @@ long GetThreadId()
 void SetThreadName(const std::string& name)
 {
     if (name.empty()) {
-        __android_log_print(ANDROID_LOG_WARN, LOG_TAG, "%s: ThreadName can't be empty.", __func__);
+        __android_log_print(ANDROID_LOG_WARN, TAG, "%s: ThreadName can't be empty.", __func__);
         return;
     }
     // Not pthread_setname_np(), which refuses a long name instead of shortening it.
@@ -47,14 +47,14 @@ int SetThreadPriority(long thread, int priority)
     sched_param param{};
     int error = pthread_getschedparam(handle, &policy, &param);
     if (error != 0) {
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "%s: pthread_getschedparam failed: %d, %s", __func__,
+        __android_log_print(ANDROID_LOG_ERROR, TAG, "%s: pthread_getschedparam failed: %d, %s", __func__,
                             error, strerror(error));
         return error;
     }
     param.sched_priority = priority;
     error = pthread_setschedparam(handle, SCHED_FIFO, &param);
     if (error != 0) {
-        __android_log_print(ANDROID_LOG_ERROR, LOG_TAG, "%s: pthread_setschedparam failed: %d, %s", __func__,
+        __android_log_print(ANDROID_LOG_ERROR, TAG, "%s: pthread_setschedparam failed: %d, %s", __func__,
                             error, strerror(error));
         return error;
     }
