@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <getopt.h>
 #include <memory>
 #include <osal/media_meta.h>
@@ -45,7 +46,12 @@ Options ParseOptions(int argc, char** argv)
                                   {"out", required_argument, nullptr, 'o'},
                                   {nullptr, 0, nullptr, 0}};
     const auto usage = [argv] {
-        fprintf(stderr, "usage: %s [FILE.wav | -] [--speed N] [--out FILE.wav]\n", argv[0]);
+        fprintf(stderr,
+                "usage: %s [FILE.wav | -] [--speed N] [--out FILE.wav]\n"
+                "  -          read standard input to its end, then play\n"
+                "  --speed N  N times as fast, 0.001 to 1000000; 0: as fast as it can\n"
+                "  --out      where the sink keeps the samples\n",
+                argv[0]);
         exit(2);
     };
     Options options;
@@ -55,7 +61,7 @@ Options ParseOptions(int argc, char** argv)
         } else if (c == 's') {
             char* end = nullptr;
             options.speed = strtod(optarg, &end);
-            if (end == optarg || *end != '\0' || !(options.speed >= 0 && options.speed <= 1e6)) {
+            if (end == optarg || *end != '\0' || !(options.speed == 0 || (options.speed >= 1e-3 && options.speed <= 1e6))) {
                 usage();
             }
         } else {
@@ -84,7 +90,7 @@ Bytes ReadAll(const std::string& path)
         bytes.resize(size + got);
     } while (got > 0);
     if (!file || ferror(file.get()) != 0) {
-        Fail(strerror(errno));
+        throw WavError(strerror(errno));
     }
     return bytes;
 }
@@ -98,7 +104,7 @@ public:
         const size_t sizeBytes = wav.samples.size();
         mFd = osal::MemfdCreateRegion("samples", sizeBytes);
         if (mFd < 0 || osal::MemfdGetRegionSize(mFd) < 0) {
-            Fail("its samples do not fit into a region");
+            throw WavError("its samples do not fit into a region");
         }
         void* mapping = mmap(nullptr, sizeBytes, PROT_READ | PROT_WRITE, MAP_SHARED, mFd, 0);
         if (mapping == MAP_FAILED) {
@@ -106,7 +112,9 @@ public:
         }
         memcpy(mapping, wav.samples.data(), sizeBytes);
         munmap(mapping, sizeBytes);
-        if (osal::MemfdSetProtRegion(mFd, PROT_READ) != 0) {
+        // The sink maps the region: nobody may pull it away under the mapping either.
+        if (osal::MemfdSetProtRegion(mFd, PROT_READ) != 0 ||
+            fcntl(mFd, F_ADD_SEALS, F_SEAL_SHRINK | F_SEAL_GROW) != 0) {
             Fail("cannot write-protect the region");
         }
     }
@@ -135,7 +143,7 @@ std::shared_ptr<osal::MediaMeta> Describe(const WavFile& wav)
     meta->SetFraction("frames-per-buffer", wav.sampleRate, static_cast<int32_t>(BUFFERS_PER_SECOND));
     for (const auto& [id, text] : wav.info) {
         const auto name = names.find(id);
-        meta->SetString(name != names.end() ? name->second : id.c_str(), text.c_str());
+        meta->SetString(name != names.end() ? name->second : ("info:" + id).c_str(), text.c_str());
     }
     return meta;
 }
@@ -190,9 +198,9 @@ private:
         ++mNext;
         if (mFailed || mNext == mBuffers) {
             NotifyFinished();
-        } else {
-            QueueNext();
+            return;
         }
+        QueueNext();
     }
 
     // Due times count from the start, so that lateness does not add up.
@@ -201,7 +209,11 @@ private:
         const int64_t nowUs = osal::GetTimeUsBoot();
         const double presentationUs = static_cast<double>(mNext) * 1e6 / BUFFERS_PER_SECOND;
         mDueUs = mSpeed > 0 ? mStartUs + static_cast<int64_t>(presentationUs / mSpeed) : nowUs;
-        mQueue.QueueMsg(this, mDueUs > nowUs ? static_cast<uint64_t>(mDueUs - nowUs) * NS_PER_US : 0);
+        const uint64_t delayNs = mDueUs > nowUs ? static_cast<uint64_t>(mDueUs - nowUs) * NS_PER_US : 0;
+        if (mQueue.QueueMsg(this, delayNs) != 0) {
+            mFailed = true;
+            NotifyFinished();  // or Play() would wait for ever
+        }
     }
 
     int64_t FirstFrame(int64_t buffer) const
@@ -230,13 +242,12 @@ class Progress : public osal::MsgHandlerBase {
 public:
     explicit Progress(const Player& player) : mPlayer(player)
     {
-        if (isatty(STDERR_FILENO) != 0 && mQueue.Start("progress", osal::Thread::PRIORITY_MIN) == 0) {
-            mQueue.QueueMsg(this, 0);
-        }
+        mIsShown = isatty(STDERR_FILENO) != 0 && mQueue.Start("progress", osal::Thread::PRIORITY_MIN) == 0 &&
+                   mQueue.QueueMsg(this, 0) == 0;
     }
     ~Progress() override
     {
-        if (mQueue.GetThreadId() != -1) {
+        if (mIsShown) {
             mQueue.Stop();
             Draw();
             fputc('\n', stderr);
@@ -255,6 +266,7 @@ private:
     }
 
     const Player& mPlayer;
+    bool mIsShown;
     osal::MsgQueue mQueue;
 };
 
@@ -273,7 +285,9 @@ void Run(const Options& options)
     everything->Dump();
 
     osal::MediaParam parcel;
-    description->WriteToMediaParam(&parcel);
+    if (!description->WriteToMediaParam(&parcel)) {
+        Fail("the description does not travel");
+    }
     parcel.WritePointer(region);
 
     Player player(parcel, sink, options.speed);
@@ -306,8 +320,11 @@ int main(int argc, char** argv)
     const Options options = ParseOptions(argc, argv);
     try {
         Run(options);
-    } catch (const std::exception& error) {
+    } catch (const WavError& error) {
         fprintf(stderr, "media_pipeline: %s: %s\n", options.input.c_str(), error.what());
+        return 1;
+    } catch (const std::exception& error) {
+        fprintf(stderr, "media_pipeline: %s\n", error.what());
         return 1;
     }
     return 0;

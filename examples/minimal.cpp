@@ -31,7 +31,9 @@ int main()
     if (queue.Start("announcer", osal::Thread::PRIORITY_DEFAULT) != 0) {
         return 1;
     }
-    queue.QueueMsg(&announcer, 20'000'000);  // in 20 ms
+    if (queue.QueueMsg(&announcer, 20'000'000) != 0) {  // nanoseconds: in 20 ms
+        return 1;
+    }
     announcer.Wait();
     return 0;
 }

@@ -51,7 +51,7 @@ Region ReceiveRegion(int socket)
     message.msg_controllen = room.bytes.size();
     const ssize_t received = recvmsg(socket, &message, 0);
     const cmsghdr* head = CMSG_FIRSTHDR(&message);
-    if (received <= 0 || head == nullptr || head->cmsg_type != SCM_RIGHTS) {
+    if (received <= 0 || head == nullptr || head->cmsg_level != SOL_SOCKET || head->cmsg_type != SCM_RIGHTS) {
         throw std::runtime_error("no region came");
     }
     memcpy(&region.fd, CMSG_DATA(head), sizeof(region.fd));
@@ -93,6 +93,9 @@ Sink::Report RunSink(int socket, const std::string& outPath)
     write(header.data(), header.size());
     BufferMessage buffer{};
     while (recv(socket, &buffer, sizeof(buffer), 0) == sizeof(buffer)) {
+        if (buffer.offset > sizeBytes || buffer.sizeBytes > sizeBytes - buffer.offset) {
+            throw std::runtime_error("a buffer lies outside the region");
+        }
         write(samples + buffer.offset, buffer.sizeBytes);
         ++report.buffers;
         report.bytes += buffer.sizeBytes;

@@ -46,7 +46,7 @@ void ParseFormat(const Reader& fmt, WavFile& wav)
     const bool isPcm = tag == FORMAT_PCM && (bits == 8 || bits == 16 || bits == 24 || bits == 32);
     wav.isFloat = tag == FORMAT_FLOAT && (bits == 32 || bits == 64);
     if (!isPcm && !wav.isFloat) {
-        throw WavError("its format is neither PCM nor float (tag " + std::to_string(tag) + ", " +
+        throw WavError("its format is neither PCM of 8, 16, 24 or 32 bits nor float of 32 or 64 (tag " + std::to_string(tag) + ", " +
                        std::to_string(bits) + " bits)");
     }
     wav.channels = fmt.U16(2);
@@ -59,6 +59,13 @@ void ParseFormat(const Reader& fmt, WavFile& wav)
     wav.fmtChunk = fmt.Copy();
 }
 
+// Texts of a file go into logs and to terminals.
+std::string Printable(std::string text)
+{
+    std::replace_if(text.begin(), text.end(), [](char c) { return (c >= 0 && c < ' ') || c == '\x7f'; }, '?');
+    return text;
+}
+
 void ParseInfo(const Reader& list, WavFile& wav)
 {
     if (list.Size() < 4 || list.Text(0, 4) != "INFO") {
@@ -68,7 +75,7 @@ void ParseInfo(const Reader& list, WavFile& wav)
     while (position + 8 <= list.Size()) {
         const size_t size = std::min<size_t>(list.U32(position + 4), list.Size() - position - 8);
         const std::string text = list.Text(position + 8, size);
-        wav.info[list.Text(position, 4)] = text.substr(0, text.find('\0'));
+        wav.info[Printable(list.Text(position, 4))] = Printable(text.substr(0, text.find('\0')));
         position += 8 + size + size % 2;
     }
 }
@@ -108,10 +115,13 @@ WavFile ParseWav(const Bytes& bytes)
         if (isStreamed) {
             size = left;
         } else if (size > left) {
-            throw WavError("it is truncated: chunk '" + id + "' has " + std::to_string(left) + " of " +
+            throw WavError("it is truncated: chunk '" + Printable(id) + "' has " + std::to_string(left) + " of " +
                            std::to_string(size) + " bytes");
         }
         const Reader chunk = file.Part(position + 8, size);
+        if ((id == "fmt " && !wav.fmtChunk.empty()) || (id == "data" && !wav.samples.empty())) {
+            throw WavError("it has its chunk '" + id + "' twice");
+        }
         if (id == "fmt ") {
             ParseFormat(chunk, wav);
         } else if (id == "LIST") {

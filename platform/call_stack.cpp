@@ -77,6 +77,9 @@ __attribute__((noinline)) CallStack::CallStack(const char* logtag, int32_t ignor
     for (size_t i = first; i < frames.mCount; ++i) {
         LogFrame(logtag, i - first, frames.mAddresses[i]);
     }
+    if (frames.mCount == MAX_FRAMES) {
+        __android_log_print(ANDROID_LOG_DEBUG, logtag, "(further frames are not shown)");
+    }
 }
 
 }  // namespace android

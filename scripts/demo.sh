@@ -1,13 +1,13 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds the library and plays a WAV file with it (the sample, if none is named).
 set -euo pipefail
-[ $# -le 1 ] || { echo "usage: demo.sh [FILE.wav]" >&2; exit 2; }
+[ $# -le 1 ] && [[ "${1-}" != -* ]] || { echo "usage: demo.sh [FILE.wav]" >&2; exit 2; }
 input=$(realpath -m -- "${1:-$(dirname "$0")/../examples/data/sample.wav}")
 cd "$(dirname "$0")/.."
 . scripts/lib.sh
 
 [ -r "$input" ] || fail "cannot read $input"
-need g++ cmake ninja-build
+need c++=g++ cmake=cmake ninja=ninja-build
 build release -DOSAL_BUILD_TESTS=OFF
 build/release/examples/media_pipeline "$input" --out build/demo.wav || fail "the demo failed"
-echo "demo passed: the samples came out in build/demo.wav"
+echo "demo passed: the samples came out in $PWD/build/demo.wav"

@@ -6,12 +6,17 @@ fail()
     exit 1
 }
 
-# need PACKAGE...: installs the Debian packages that are missing.
+# need [COMMAND=]PACKAGE...: installs the Debian packages whose command, or which themselves, are missing. Where
+# there is no dpkg, missing libraries are for CMake to find out.
 need()
 {
-    local missing=() package
-    for package in "$@"; do
-        [ "$(dpkg-query -W -f='${db:Status-Abbrev}' "$package" 2>/dev/null)" = "ii " ] || missing+=("$package")
+    local missing=() wanted log
+    for wanted in "$@"; do
+        case $wanted in
+            *=*) command -v "${wanted%%=*}" >/dev/null || missing+=("${wanted#*=}") ;;
+            *) ! command -v dpkg-query >/dev/null ||
+                [ "$(dpkg-query -W -f='${db:Status-Abbrev}' "$wanted" 2>/dev/null)" = "ii " ] || missing+=("$wanted") ;;
+        esac
     done
     [ ${#missing[@]} -eq 0 ] && return
     command -v apt-get >/dev/null || fail "this needs the equivalents of the Debian packages: ${missing[*]}"
@@ -22,9 +27,9 @@ need()
         as_root=(sudo)
     fi
     echo "installing ${missing[*]}"
-    { "${as_root[@]}" apt-get update -q && DEBIAN_FRONTEND=noninteractive \
-        "${as_root[@]}" apt-get install -q -y --no-install-recommends "${missing[@]}"; } >/dev/null 2>&1 ||
-        fail "apt-get could not install ${missing[*]}"
+    log=$({ "${as_root[@]}" apt-get update -q && "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
+        apt-get install -q -y --no-install-recommends "${missing[@]}"; } 2>&1) ||
+        { echo "$log" >&2; fail "apt-get could not install ${missing[*]}"; }
 }
 
 # build PRESET [CMAKE OPTION...]: configures and builds, without a word unless something goes wrong.

@@ -4,7 +4,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/lib.sh
 
-need g++ cmake ninja-build libgtest-dev libgmock-dev
+need c++=g++ cmake=cmake ninja=ninja-build libgtest-dev libgmock-dev
 build release -DOSAL_BUILD_TESTS=ON
 if ctest --preset release --no-tests=error "$@"; then
     echo "tests passed"

@@ -6,9 +6,9 @@
 
 #include <array>
 #include <atomic>
-#include <deque>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <list>
 #include <random>
 #include <sstream>
 #include <thread>
@@ -38,7 +38,7 @@ class Message;
 // What the handlers of one producer share.
 struct Lane {
     MsgQueue* queue = nullptr;
-    std::deque<Message> messages;
+    std::list<Message> messages;
     std::array<int64_t, DELAYS_NS.size()> lastRun{};  // by delay; touched by the one worker only
     std::atomic<int> pending{0};
     std::atomic<int> misordered{0};

@@ -42,6 +42,8 @@ enum MetaType : int32_t {
 //            a getter of another type fails, whatever the widths. Only Destroy() removes entries.
 // Sharing:   an item may belong to several containers. Setting an existing key changes its item in
 //            place, so every holder of the item sees the new value.
+// Reach:     the 8- and 16-bit and the unsigned integers can be set, read, walked and copied, and no more:
+//            Merge() skips them, a parcel carries them without their values, Dump() does not show them.
 // Lifetime:  texts and byte blocks are the container's own copies; getters hand out pointers into them,
 //            which the caller neither frees nor keeps beyond the next change of the entry. Objects are
 //            shared. Addresses set with SetPointer() are never dereferenced and never freed.

@@ -14,7 +14,7 @@
 namespace osal {
 
 // What a queue calls. Handlers belong to the caller, who deletes one only when no queue holds a message
-// for it, its HandleMsg() is not running and no thread waits on it.
+// for it, no queue is dropping its messages, its HandleMsg() is not running and no thread waits on it.
 //
 // The order of the virtual operations is part of the binary interface.
 class OSAL_API IMsgHandler {
@@ -30,11 +30,15 @@ public:
     virtual void Wait() = 0;
 
     // Marks the handler finished. Called by its own code when its work is done, and by the queue, under the
-    // queue's lock, for each message that it drops: it must not call back into that queue.
+    // queue's lock, for each message that it drops: it must neither call back into that queue nor throw.
     virtual void NotifyFinished() = 0;
 };
 
 // A handler with a completion signal: any number of threads may Wait() for NotifyFinished().
+//
+// Wait() returns as soon as NotifyFinished() is called, while HandleMsg() may still be running: where the waiter
+// deletes the handler, that call is the last thing that HandleMsg() does. For a handler with several messages the
+// first one that is dropped or handled ends the wait; the queue may still be dropping the others.
 //
 // A waiter cannot tell a handled message from a dropped one. The queue does not call NotifyFinished()
 // after HandleMsg(): a handler on which somebody waits does so itself. One object carries one completion:
@@ -55,6 +59,8 @@ private:
     std::condition_variable mCond;
 };
 
+// Destroy it only when no other thread is in one of its operations.
+//
 // Runs message handlers one after another, in due-time order, on a worker thread of its own.
 //
 // Order:     earliest due time first; equal due times in the order of queuing. A handler never starts
@@ -67,7 +73,8 @@ private:
 //            NotifyFinished() under the queue's lock: it must not call back into the queue.
 // Units:     delays are nanoseconds on the monotonic clock. A delay whose due time overflows 64 bits is
 //            due at once; keep delays below 2^63 ns (292 years).
-// Results:   0 or a negated Linux error number.
+// Results:   0 or a negated Linux error number. Running out of memory throws std::bad_alloc, in QueueMsg() and
+//            Start() alone, and leaves the queue as it was.
 //
 //     osal::MsgQueue queue;
 //     queue.Start("decoder", osal::Thread::PRIORITY_DEFAULT);
@@ -76,14 +83,14 @@ private:
 class OSAL_API MsgQueue {
 public:
     MsgQueue();
-    // As Stop().
+    // As Stop(); on the worker itself, too, the pending messages are dropped.
     virtual ~MsgQueue();
     MsgQueue(const MsgQueue&) = delete;
     MsgQueue& operator=(const MsgQueue&) = delete;
 
     // Starts the worker under a name and a priority, as Thread::Start() does. 0 when it runs, or already
-    // ran under its old name, with an info line. -12 (ENOMEM) when there is no memory for a worker or the
-    // system refuses the thread: the queue stays stopped. While another thread stops the queue, it waits
+    // ran under its old name, with an info line. -12 (ENOMEM) when there is no memory for the worker object or
+    // the system refuses the thread: the queue stays stopped. While another thread stops the queue, it waits
     // for that and starts anew; -17 (EEXIST), with the info line, if the worker itself asks for it then.
     int32_t Start(const std::string& name, Thread::Priority priority);
 
@@ -91,7 +98,7 @@ public:
     // due-time order, with one NotifyFinished() each. Does nothing on a stopped queue.
     void Stop();
 
-    // The worker's kernel thread id; -1 without a worker, while the queue is being stopped, and until a new
+    // The worker's kernel thread id, which is not what SetThreadPriority() takes; -1 without a worker, while the queue is being stopped, and until a new
     // worker has recorded its id.
     int32_t GetThreadId();
 
@@ -111,7 +118,6 @@ private:
     };
 
     bool MsgProcessor();
-    bool IsWorkerLocked();
     void DropAll();
 
     std::string mName;
@@ -120,6 +126,7 @@ private:
     std::mutex mMutex;  // guards all fields; taken before a thread's and a handler's lock
     std::condition_variable mCond;  // a message became the earliest, or mStopped or mThread changed
     std::map<uint64_t, std::list<MsgItem>> mMsgs;  // by due time in ns; a list may have run empty
+    uint32_t mStops;  // how often a worker was stopped: tells a waiting Stop() that its own is over
 };
 
 }  // namespace osal

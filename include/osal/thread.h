@@ -13,7 +13,7 @@
 namespace osal {
 
 // Stop a subclass object before its destruction begins: when ~Thread() stops the worker, the subclass and
-// its Run() are already gone.
+// its Run() are already gone. Destroy it only when no other thread is in one of its operations.
 //
 // Runs the Run() of a subclass again and again on one worker thread, until Run() returns false or Stop()
 // is called. After Stop() it can be started again, under a new name and priority.
@@ -23,7 +23,8 @@ namespace osal {
 //            ended. Stop() on the worker itself is refused with a warning; a worker that destroys its own
 //            object is let go, and ends when Run() returns, which must not touch the object any more.
 // Memory:    what was written before Start() is visible to Run(); what Run() wrote is visible after Stop().
-// Results:   0 or a negated Linux error number.
+// Results:   0 or a negated Linux error number. Running out of memory throws std::bad_alloc and leaves the
+//            object stopped.
 //
 //     class Poller : public osal::Thread {
 //     public:
@@ -35,7 +36,7 @@ class OSAL_API Thread {
 public:
     // A static priority under SCHED_FIFO, handed to the system unchanged; any of 1 to 99 may be cast to it.
     // Without the right to real-time scheduling the worker logs a warning and runs with the scheduling of
-    // the thread that started it.
+    // the thread that started it. Threads that Run() creates inherit its scheduling.
     enum Priority : int {
         PRIORITY_MIN = 1,
         PRIORITY_DEFAULT = 10,
@@ -56,7 +57,7 @@ public:
     // Asks the worker to end and waits until it has. Does nothing when there is none.
     void Stop();
 
-    // The worker's kernel thread id, -1 while there is none. Right after Start() it may still be -1, or
+    // The worker's kernel thread id, -1 while there is none; one that ended by itself counts until Stop(). Right after Start() it may still be -1, or
     // the previous worker's, until the new worker has got as far as to record its own.
     int32_t GetId();
 
@@ -65,7 +66,11 @@ protected:
     virtual bool Run() = 0;
 
 private:
+    friend class MsgQueue;
+
     void ThreadFunc();
+    // Whether the calling thread is the worker. Reads nothing of the object.
+    bool IsWorker() const;
 
     std::string mName;
     Priority mPriority;
@@ -73,7 +78,8 @@ private:
     std::unique_ptr<std::thread> mThread;  // null while stopped
     std::atomic<bool> mStop;  // set with mThread set: a Stop() is under way
     std::mutex mMutex;  // guards mName, mPriority, mId, mThread; taken after a queue's lock, never before
-    std::condition_variable mCond;  // the worker has recorded mId; mThread has become null
+    std::condition_variable mCond;  // the worker has recorded mId; mStops has changed
+    uint32_t mStops;  // how often a worker was stopped: tells a waiting Stop() that its own is over
 };
 
 }  // namespace osal

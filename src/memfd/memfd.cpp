@@ -35,7 +35,6 @@ int CreateMemoryFile(const char* name)
 
 }  // namespace
 
-// NOLINTNEXTLINE(performance-unnecessary-value-param): the binary interface passes the name by value
 int MemfdCreateRegion(std::string name, unsigned long size)
 {
     const auto signedSize = static_cast<ssize_t>(size);

@@ -36,7 +36,6 @@ MediaParam::MediaParam(const MediaParam* other)
     Copy(other);
 }
 
-// NOLINTNEXTLINE(bugprone-unhandled-self-assignment): Copy() sees to it
 MediaParam& MediaParam::operator=(const MediaParam& other)
 {
     Copy(&other);

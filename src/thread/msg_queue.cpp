@@ -1,7 +1,5 @@
 #include "osal/msg_queue.h"
 
-#include "osal/utils.h"
-
 #include <algorithm>
 #include <android/log.h>
 #include <cerrno>
@@ -37,7 +35,7 @@ private:
     MsgQueue* mQueue;
 };
 
-MsgQueue::MsgQueue() : mName("Unknown"), mStopped(true) {}
+MsgQueue::MsgQueue() : mName("Unknown"), mStopped(true), mStops(0) {}
 
 MsgQueue::~MsgQueue()
 {
@@ -50,7 +48,7 @@ int32_t MsgQueue::Start(const std::string& name, Thread::Priority priority)
 {
     std::unique_lock<std::mutex> lock(mMutex);
     // A worker that is being stopped must see mStopped until it has ended, or it would never end.
-    while (mThread && mStopped && !IsWorkerLocked()) {
+    while (mThread && mStopped && !mThread->IsWorker()) {
         mCond.wait(lock);
     }
     if (mThread) {
@@ -75,12 +73,12 @@ int32_t MsgQueue::Start(const std::string& name, Thread::Priority priority)
 void MsgQueue::Stop()
 {
     std::unique_lock<std::mutex> lock(mMutex);
-    if (IsWorkerLocked()) {
+    if (mThread && mThread->IsWorker()) {
         mThread->Stop();  // refuses, and says so in the log
         return;
     }
     if (mThread && mStopped) {
-        mCond.wait(lock, [this] { return !mThread || !mStopped; });
+        mCond.wait(lock, [this, stops = mStops] { return mStops != stops; });
         return;
     }
     mStopped = true;
@@ -92,7 +90,8 @@ void MsgQueue::Stop()
     mThread->Stop();
     DropAll();
     lock.lock();
-    const std::unique_ptr<Thread> worker = std::move(mThread);
+    const std::unique_ptr<Thread> worker = std::move(mThread);  // released after the lock
+    ++mStops;
     mCond.notify_all();
     lock.unlock();
 }
@@ -166,12 +165,6 @@ bool MsgQueue::MsgProcessor()
     item.mHandler->HandleMsg(item.mArg);
     // The handler may have destroyed the queue: nothing of it may be touched from here on.
     return true;
-}
-
-// True on the worker, while the queue has it. A new worker has recorded its id before it runs a handler.
-bool MsgQueue::IsWorkerLocked()
-{
-    return mThread && mThread->GetId() == GetTid();
 }
 
 void MsgQueue::DropAll()

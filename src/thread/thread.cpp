@@ -5,6 +5,7 @@
 #include <android/log.h>
 #include <cerrno>
 #include <system_error>
+#include <type_traits>
 
 namespace osal {
 
@@ -18,13 +19,15 @@ thread_local const Thread* tWorkerOf = nullptr;
 
 }  // namespace
 
-Thread::Thread() : mName("Unkown"), mPriority(PRIORITY_DEFAULT), mId(-1), mStop(true) {}
+static_assert(std::is_same_v<std::underlying_type_t<Thread::Priority>, int>);
+
+Thread::Thread() : mName("Unkown"), mPriority(PRIORITY_DEFAULT), mId(-1), mStop(true), mStops(0) {}
 
 Thread::~Thread()
 {
     Stop();
-    if (mThread) {
-        // Stop() refused because this is the worker itself, which cannot join itself: it is let go instead.
+    if (IsWorker()) {
+        // Which cannot join itself, so that Stop() was refused: it is let go instead.
         tWorkerOf = nullptr;
         mThread->detach();
     }
@@ -57,14 +60,14 @@ void Thread::Stop()
     if (!mThread) {
         return;
     }
-    if (tWorkerOf == this) {
+    if (IsWorker()) {
         __android_log_print(ANDROID_LOG_WARN, TAG, "%s: Thread %s is not allowed to stop itself", __func__,
                             mName.c_str());
         return;
     }
     if (mStop) {
         // Another thread is joining the worker, and only one may.
-        mCond.wait(lock, [this] { return !mThread || !mStop; });
+        mCond.wait(lock, [this, stops = mStops] { return mStops != stops; });
         return;
     }
     mStop = true;
@@ -72,6 +75,7 @@ void Thread::Stop()
     mThread->join();
     lock.lock();
     mThread.reset();
+    ++mStops;
     mCond.notify_all();
 }
 
@@ -79,6 +83,11 @@ int32_t Thread::GetId()
 {
     const std::lock_guard<std::mutex> lock(mMutex);
     return mThread ? mId : -1;
+}
+
+bool Thread::IsWorker() const
+{
+    return tWorkerOf == this;
 }
 
 void Thread::ThreadFunc()
@@ -96,8 +105,8 @@ void Thread::ThreadFunc()
         __android_log_print(ANDROID_LOG_WARN, TAG, "%s, SetThreadPriority ret:%d, mId:%d", mName.c_str(),
                             error, mId);
     }
-    // Once Run() has destroyed the object, nothing of it may be read.
-    while (!mStop && Run() && tWorkerOf == this) {
+    // Once Run() has destroyed the object, nothing of it may be read; IsWorker() reads nothing.
+    while (!mStop && Run() && IsWorker()) {
     }
 }
 

@@ -1,0 +1,13 @@
+#!/usr/bin/env bash
+# clang-tidy and cppcheck over the sources of the library, the stand-ins and the examples.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+. scripts/lib.sh
+
+need c++=g++ cmake=cmake ninja=ninja-build clang-tidy=clang-tidy cppcheck=cppcheck
+build debug -DOSAL_BUILD_TESTS=OFF
+find src platform examples -name '*.cpp' -print0 |
+    xargs -0 -P "$(nproc)" -n 4 clang-tidy --quiet --extra-arg=-std=c++17 -p build/debug 2>/dev/null || fail "clang-tidy found something"
+cppcheck --quiet --error-exitcode=1 --std=c++17 --language=c++ --enable=warning,performance,portability \
+    --inline-suppr -I include -I platform/include src platform examples || fail "cppcheck found something"
+echo "lint passed"

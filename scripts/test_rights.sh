@@ -1,0 +1,20 @@
+#!/usr/bin/env bash
+# Runs the built tests as an ordinary user, without the right to real-time scheduling and with a little of it.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+. scripts/lib.sh
+
+[ "$(id -u)" -eq 0 ] || fail "only root can become somebody else; as an ordinary user, scripts/test.sh is this test"
+[ -x build/release/tests/osal_tests ] || fail "run scripts/test.sh first"
+copy=$(mktemp -d)
+trap 'rm -rf "$copy"' EXIT
+cp -r build/release/. examples/data "$copy/"
+chmod -R a+rX "$copy"
+for limit in 0 50; do
+    for tests in "$copy"/tests/*_tests; do
+        (cd / && TMPDIR=/tmp MEDIA_PIPELINE=$copy/examples/media_pipeline prlimit --rtprio=$limit \
+            setpriv --reuid=65534 --regid=65534 --clear-groups --inh-caps=-all --bounding-set=-all \
+            "$tests" --gtest_brief=1) || fail "${tests##*/} failed with RLIMIT_RTPRIO $limit"
+    done
+done
+echo "rights passed"
