@@ -38,19 +38,17 @@ void LogFrame(const char* logtag, size_t number, uintptr_t returnAddress)
     const uintptr_t address = returnAddress - 1;
     Dl_info info{};
     // NOLINTNEXTLINE(performance-no-int-to-ptr): the unwinder gives integers, dladdr() takes pointers
-    if (dladdr(reinterpret_cast<void*>(address), &info) == 0 || info.dli_fname == nullptr) {
-        __android_log_print(ANDROID_LOG_DEBUG, logtag, "#%02zu pc %016zx  <unknown>", number, address);
-        return;
-    }
+    dladdr(reinterpret_cast<void*>(address), &info);
     const uintptr_t offset = address - reinterpret_cast<uintptr_t>(info.dli_fbase);
+    const char* const file = info.dli_fname != nullptr ? info.dli_fname : "<unknown>";
     if (info.dli_sname == nullptr) {
-        __android_log_print(ANDROID_LOG_DEBUG, logtag, "#%02zu pc %016zx  %s", number, offset, info.dli_fname);
+        __android_log_print(ANDROID_LOG_DEBUG, logtag, "#%02zu pc %016zx  %s", number, offset, file);
         return;
     }
     int status = 0;
     const std::unique_ptr<char, Free> demangled(
         abi::__cxa_demangle(info.dli_sname, nullptr, nullptr, &status));
-    __android_log_print(ANDROID_LOG_DEBUG, logtag, "#%02zu pc %016zx  %s (%s+%zu)", number, offset, info.dli_fname,
+    __android_log_print(ANDROID_LOG_DEBUG, logtag, "#%02zu pc %016zx  %s (%s+%zu)", number, offset, file,
                         demangled ? demangled.get() : info.dli_sname,
                         address - reinterpret_cast<uintptr_t>(info.dli_saddr));
 }

@@ -11,6 +11,10 @@ trap 'rm -rf "$copy"' EXIT
 cp -r build/release/. examples/data "$copy/"
 chmod -R a+rX "$copy"
 for limit in 0 50; do
+    if ! prlimit --rtprio=$limit true 2>/dev/null; then
+        echo "skipped RLIMIT_RTPRIO $limit: this machine lets nobody raise the limit"
+        continue
+    fi
     for tests in "$copy"/tests/*_tests; do
         (cd / && TMPDIR=/tmp MEDIA_PIPELINE=$copy/examples/media_pipeline prlimit --rtprio=$limit \
             setpriv --reuid=65534 --regid=65534 --clear-groups --inh-caps=-all --bounding-set=-all \

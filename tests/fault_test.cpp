@@ -219,7 +219,7 @@ struct FaultCase {
     const char* call;
     std::vector<int> errors;
     std::function<void()> run;  // with the call failing
-    std::vector<LogLine> lines;  // "@" stands for the error number, "$" for the region's descriptor
+    std::vector<LogLine> lines;  // "@" stands for the error number, "$" for the region, "%" for the worker
 };
 
 LogLine Line(const char* tag, const char* text, int prio = ANDROID_LOG_ERROR)
@@ -236,6 +236,7 @@ TEST(Faults, OfEachSystemCallAreReportedAndLeaveNothingBehind)
     BriefThread thread;
     osal::MsgQueue queue;
     Handler handler;
+    int workerId = 0;
     const auto create = [] { EXPECT_EQ(-1, osal::MemfdCreateRegion("n", 4096)); };
     const auto seal = [=] { EXPECT_EQ(-1, osal::MemfdSetProtRegion(region, PROT_READ)); };
     const auto prioritise = [] { EXPECT_EQ(failure, osal::SetThreadPriority(osal::GetThreadId(), 1)); };
@@ -275,6 +276,16 @@ TEST(Faults, OfEachSystemCallAreReportedAndLeaveNothingBehind)
          {Line("NuThread", "SetThreadPriority: pthread_setschedparam failed: @, Operation not permitted")}},
         {"pthread_setschedparam", {EINVAL}, prioritise,
          {Line("NuThread", "SetThreadPriority: pthread_setschedparam failed: @, Invalid argument")}},
+        {"pthread_setschedparam",
+         {EPERM},
+         [&] {
+             EXPECT_EQ(0, thread.Start("t", osal::Thread::PRIORITY_MIN));
+             EXPECT_TRUE(thread.ran.Wait());  // with the scheduling that it has
+             workerId = thread.GetId();
+             thread.Stop();
+         },
+         {Line("NuThread", "SetThreadPriority: pthread_setschedparam failed: @, Operation not permitted"),
+          Line("NuThread", "t, SetThreadPriority ret:@, mId:%", ANDROID_LOG_WARN)}},
         {"pthread_create",
          {EAGAIN},
          [&] {
@@ -298,7 +309,7 @@ TEST(Faults, OfEachSystemCallAreReportedAndLeaveNothingBehind)
             failingCall = nullptr;
             LogLines expected = fault.lines;
             for (LogLine& line : expected) {
-                for (const auto& [mark, number] : {std::pair('@', error), std::pair('$', region)}) {
+                for (const auto& [mark, number] : {std::pair('@', error), std::pair('$', region), std::pair('%', workerId)}) {
                     if (const size_t at = line.text.find(mark); at != std::string::npos) {
                         line.text.replace(at, 1, std::to_string(number));
                     }

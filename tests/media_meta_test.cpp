@@ -242,6 +242,7 @@ TEST(MediaMetaDestroy, EmptiesForAnyNewUseAndSparesItemsHeldElsewhere)
     EXPECT_EQ("a", meta->Begin().Key());
     meta.reset();
     EXPECT_STREQ("text", held->mValue.stringValue);
+    MetaItem::Destroy(nullptr);
 }
 
 TEST(MediaMetaIteration, WalksInKeyOrderAndStaysPutAtTheEnd)

@@ -1,6 +1,7 @@
 #include "osal/media_param.h"
 #include "support.h"
 
+#include <cstring>
 #include <gtest/gtest.h>
 
 using osal::ERR_NO_MORE;
@@ -185,6 +186,17 @@ TEST(MediaParamCopy, FailsIntoAParcelThatFailsCleanly)
     ExpectNoStore(param);
     param = MediaParam();
     EXPECT_EQ(0, param.WriteInt32(1));
+
+    // A source whose store is gone, as no operation leaves it: the store is the first field.
+    MediaParam broken;
+    void* store = nullptr;
+    memcpy(&store, static_cast<void*>(&broken), sizeof(store));
+    memset(static_cast<void*>(&broken), 0, sizeof(store));
+    const LogCapture brokenLog;
+    param.Copy(&broken);
+    EXPECT_EQ(LogLines{Error("Copy: memcpy failed.")}, brokenLog.Lines());
+    memcpy(static_cast<void*>(&broken), &store, sizeof(store));
+    ExpectNoStore(param);
 }
 
 TEST(MediaParamLifetime, LetsGoOfObjectsFromLastToFirst)

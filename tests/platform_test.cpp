@@ -3,7 +3,9 @@
 #include <android/log.h>
 #include <array>
 #include <cerrno>
+#include <climits>
 #include <cstring>
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <memcpy_s.h>
@@ -33,14 +35,16 @@ TEST(Log, WritesTheColumnsOfThreadtime)
     EXPECT_GT(__android_log_print(ANDROID_LOG_WARN, "Tag", "%s=%d", "text", 5), 0);
     EXPECT_EQ(77, errno);
     __android_log_print(99, nullptr, "no tag");
+    __android_log_print(-1, nullptr, "no tag");
     __android_log_print(ANDROID_LOG_DEBUG, "ALongerTagThanTheColumn", "%s", longText.c_str());
     const auto lines = CapturedLines();
-    ASSERT_EQ(3U, lines.size());
+    ASSERT_EQ(4U, lines.size());
     const std::string head = "[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}[.][0-9]{3} +" + std::to_string(getpid()) + " +" +
                              std::to_string(gettid()) + " ";
     EXPECT_THAT(lines[0], testing::MatchesRegex(head + "W Tag     : text=5"));
     EXPECT_THAT(lines[1], testing::MatchesRegex(head + "[?]         : no tag"));
-    EXPECT_NE(std::string::npos, lines[2].find("D ALongerTagThanTheColumn: " + longText));
+    EXPECT_THAT(lines[2], testing::MatchesRegex(head + "[?]         : no tag"));
+    EXPECT_NE(std::string::npos, lines[3].find("D ALongerTagThanTheColumn: " + longText));
 }
 
 TEST(Log, KeepsLinesOfManyThreadsWhole)
@@ -69,6 +73,35 @@ TEST(Log, KeepsLinesOfManyThreadsWhole)
     EXPECT_EQ((std::array<int, 4>{50, 50, 50, 50}), seen);
 }
 
+TEST(Log, WaitsForAReaderAndReportsWhatItCannotWrite)
+{
+    const int stderrCopy = dup(STDERR_FILENO);
+    int pipes[2];
+    ASSERT_EQ(0, pipe(pipes));
+    ASSERT_EQ(0, fcntl(pipes[1], F_SETFL, O_NONBLOCK));
+    ASSERT_EQ(STDERR_FILENO, dup2(pipes[1], STDERR_FILENO));
+    close(pipes[1]);
+    const std::string text(1'000'000, 'x');  // more than a pipe holds
+    size_t received = 0;
+    std::thread reader([&] {
+        char buffer[4096];
+        for (ssize_t size = 0; (size = read(pipes[0], buffer, sizeof(buffer))) > 0;) {
+            received += static_cast<size_t>(size);
+        }
+    });
+    const int written = __android_log_print(ANDROID_LOG_INFO, "T", "%s", text.c_str());
+    close(STDERR_FILENO);
+    const int refused = __android_log_print(ANDROID_LOG_INFO, "T", "nowhere to go");
+    dup2(stderrCopy, STDERR_FILENO);
+    close(stderrCopy);
+    reader.join();
+    close(pipes[0]);
+    EXPECT_GT(received, text.size());
+    EXPECT_EQ(received, static_cast<size_t>(written));
+    EXPECT_EQ(-EBADF, refused);
+    EXPECT_EQ(-ENOMEM, __android_log_print(ANDROID_LOG_INFO, "T", "%*d%d", INT_MAX, 1, 1));
+}
+
 __attribute__((noinline, visibility("default"))) void LogStack(int32_t ignoreDepth)
 {
     const android::CallStack stack("Stack", ignoreDepth);
@@ -90,6 +123,26 @@ TEST(CallStack, LeavesOutTheInnermostFramesAskedFor)
     }
     EXPECT_EQ(std::vector<std::string>{}, stackOf(10'000));
     EXPECT_NE(std::string::npos, all[0].find(" D Stack   : #00 pc ")) << all[0];
+}
+
+// The stack of a recursion that the optimiser cannot unroll.
+__attribute__((noinline)) int Recurse(int depth)
+{
+    if (depth == 0) {
+        LogStack(1);
+        return 0;
+    }
+    const int below = Recurse(depth - 1);
+    asm volatile("" ::: "memory");
+    return below + 1;
+}
+
+TEST(CallStack, SaysWhenItIsCut)
+{
+    volatile int depth = 400;
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(400, Recurse(depth));
+    EXPECT_NE(std::string::npos, CapturedLines().back().find("(further frames are not shown)"));
 }
 
 TEST(BoundedCopy, CopiesOrZeroesAndSaysSo)

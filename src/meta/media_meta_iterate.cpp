@@ -28,7 +28,7 @@ MediaMeta::ConstIterator MediaMeta::Begin() const
 
 MediaMeta::ConstIterator MediaMeta::End() const
 {
-    if (!mEndIter || mEndIter->mIter != mItems.end()) {
+    if (!mEndIter) {  // the end is the same for good
         mEndIter = std::make_unique<ConstIterator>(mItems, mItems.end());
     }
     return *mEndIter;
