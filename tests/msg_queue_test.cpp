@@ -163,21 +163,6 @@ TEST_F(MsgQueueTest, WakesForAnEarlierMessageAndKeepsTheLaterOne)
     EXPECT_EQ(Notes{"hour dropped"}, TakeNotes());
 }
 
-TEST_F(MsgQueueTest, HandlersQueueAndRemoveOnTheirOwnQueue)
-{
-    StartQueue();
-    Recorder removed(*this, "removed");
-    Recorder next(*this, "next");
-    Recorder first(*this, "first", [&] {
-        Queue(removed, HOUR_NS);
-        mQueue.RemoveMsg(&removed);
-        Queue(next, 0);
-    });
-    Queue(first, 0);
-    next.Wait();
-    EXPECT_EQ((Notes{"first", "removed dropped", "next"}), TakeNotes());
-}
-
 TEST_F(MsgQueueTest, RemovesAllMessagesOfOneHandlerButNotTheRunningOne)
 {
     ParkWorker();
@@ -215,16 +200,6 @@ TEST_F(MsgQueueTest, StopFinishesTheRunningMessageAndDropsThePendingInOrder)
     stopper.join();
     a.Wait();
     EXPECT_EQ((Notes{"refused -38", "b dropped", "a dropped", "a dropped", "b dropped"}), TakeNotes());
-}
-
-TEST_F(MsgQueueTest, DestructionStopsTheQueueFirst)
-{
-    auto queue = std::make_unique<MsgQueue>();
-    ASSERT_EQ(0, queue->Start("short-lived", Thread::PRIORITY_MIN));
-    Recorder pending(*this, "pending");
-    EXPECT_EQ(0, queue->QueueMsg(&pending, HOUR_NS));
-    queue.reset();
-    EXPECT_EQ(Notes{"pending dropped"}, TakeNotes());
 }
 
 TEST_F(MsgQueueTest, RefusesToBeStoppedByItsOwnWorker)

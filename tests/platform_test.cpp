@@ -99,7 +99,7 @@ TEST(Log, WaitsForAReaderAndReportsWhatItCannotWrite)
     EXPECT_GT(received, text.size());
     EXPECT_EQ(received, static_cast<size_t>(written));
     EXPECT_EQ(-EBADF, refused);
-    EXPECT_EQ(-ENOMEM, __android_log_print(ANDROID_LOG_INFO, "T", "%*d%d", INT_MAX, 1, 1));
+    EXPECT_EQ(-ENOMEM, __android_log_print(ANDROID_LOG_INFO, "T", "%*d%s", INT_MAX, 1, text.c_str()));
 }
 
 __attribute__((noinline, visibility("default"))) void LogStack(int32_t ignoreDepth)
