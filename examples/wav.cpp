@@ -62,7 +62,7 @@ void ParseFormat(const Reader& fmt, WavFile& wav)
 // Texts of a file go into logs and to terminals.
 std::string Printable(std::string text)
 {
-    std::replace_if(text.begin(), text.end(), [](char c) { return (c >= 0 && c < ' ') || c == '\x7f'; }, '?');
+    std::replace_if(text.begin(), text.end(), [](unsigned char c) { return c < ' ' || c == 0x7f; }, '?');
     return text;
 }
 
