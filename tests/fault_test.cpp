@@ -363,8 +363,8 @@ struct Script {
     osal::MediaParam parcel;
     osal::MediaParam parcelCopy;
     BriefThread thread;
+    Handler handler;  // outlives the queue, which may still hold its message
     osal::MsgQueue queue;
-    Handler handler;
     bool isCopying = false;
 
     bool Run()

@@ -105,8 +105,8 @@ void Thread::ThreadFunc()
         __android_log_print(ANDROID_LOG_WARN, TAG, "%s, SetThreadPriority ret:%d, mId:%d", mName.c_str(),
                             error, mId);
     }
-    // Once Run() has destroyed the object, nothing of it may be read; IsWorker() reads nothing.
-    while (!mStop && Run() && IsWorker()) {
+    // Once Run() has destroyed the object, nothing of it may be read or called.
+    while (!mStop && Run() && tWorkerOf == this) {
     }
 }
 
