@@ -24,6 +24,7 @@
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <thread>
 #include <unistd.h>
 
 namespace {
@@ -317,6 +318,11 @@ TEST(Faults, OfEachSystemCallAreReportedAndLeaveNothingBehind)
             }
             EXPECT_EQ(expected, log.Lines());
             EXPECT_EQ(descriptors, CountEntries("/proc/self/fd"));
+            // The system may list a thread for a moment after it was joined.
+            const auto giveUp = std::chrono::steady_clock::now() + WAIT_LIMIT;
+            while (CountEntries("/proc/self/task") != threads && std::chrono::steady_clock::now() < giveUp) {
+                std::this_thread::yield();
+            }
             EXPECT_EQ(threads, CountEntries("/proc/self/task"));
         }
     }

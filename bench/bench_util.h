@@ -1,0 +1,103 @@
+#pragma once
+
+#include <benchmark/benchmark.h>
+
+#include <initializer_list>
+#include <malloc.h>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <mutex>
+#include <string>
+
+namespace bench {
+
+inline uint64_t ClockNs(clockid_t clock)
+{
+    timespec now{};
+    clock_gettime(clock, &now);
+    return static_cast<uint64_t>(now.tv_sec) * 1'000'000'000 + static_cast<uint64_t>(now.tv_nsec);
+}
+
+inline uint64_t NowNs()
+{
+    return ClockNs(CLOCK_MONOTONIC);
+}
+
+// What the program holds from malloc(), all threads together; a few blocks that a thread keeps for reuse count
+// as held.
+inline uint64_t InUseBytes()
+{
+    const struct mallinfo2 info = mallinfo2();
+    return info.uordblks + info.hblkhd;
+}
+
+// Set by one thread, waited for by another, which takes the signal away with it. It may be destroyed as soon as
+// Wait() has returned.
+class Event {
+public:
+    void Set()
+    {
+        const std::lock_guard<std::mutex> lock(mMutex);
+        mSet = true;
+        mCond.notify_one();
+    }
+    void Wait()
+    {
+        std::unique_lock<std::mutex> lock(mMutex);
+        // Only a queue that loses messages uses this up; there is nothing left to measure then.
+        if (!mCond.wait_for(lock, std::chrono::seconds(120), [this] { return mSet; })) {
+            std::fputs("an event that a benchmark waits for does not come\n", stderr);
+            std::abort();
+        }
+        mSet = false;
+    }
+
+private:
+    std::mutex mMutex;  // guards mSet
+    std::condition_variable mCond;
+    bool mSet = false;
+};
+
+// Adds up what the iterations of one benchmark take. Its counter "ns" is the time of one item: of one message,
+// one entry, one value. That is what the rows of one name are compared by.
+class ItemTimer {
+public:
+    explicit ItemTimer(benchmark::State& state) : mState(state) {}
+
+    // To be called once in each iteration, whose time it is; the benchmark has to use manual time.
+    void Add(uint64_t ns, uint64_t items)
+    {
+        mNs += ns;
+        mItems += items;
+        mState.SetIterationTime(1e-9 * static_cast<double>(ns));
+    }
+    // A share of the time, under a name of its own.
+    void Share(const char* counter, uint64_t ns) { mState.counters[counter] += static_cast<double>(ns); }
+    void Report(std::initializer_list<const char*> shares = {})
+    {
+        const double items = mItems > 0 ? static_cast<double>(mItems) : 1;
+        mState.counters["ns"] = static_cast<double>(mNs) / items;
+        for (const char* share : shares) {
+            mState.counters[share] = mState.counters[share] / items;
+        }
+    }
+
+private:
+    benchmark::State& mState;
+    uint64_t mNs = 0;
+    uint64_t mItems = 0;
+};
+
+// Registers `function` under "family/row/subject": the subjects of one row line up.
+template <typename Function>
+benchmark::internal::Benchmark* Register(const char* row, const char* subject, Function function)
+{
+    const std::string name = std::string(row) + '/' + subject;
+    return benchmark::RegisterBenchmark(name.c_str(), function)->UseManualTime();
+}
+
+}  // namespace bench
