@@ -6,6 +6,8 @@
 #include <pthread.h>
 #include <thread>
 
+thread_local bool isLogging = false;
+
 namespace {
 
 std::mutex logMutex;
@@ -34,7 +36,9 @@ extern "C" int __android_log_print(int prio, const char* tag, const char* fmt, .
     const int size = vsnprintf(text, sizeof(text), fmt, args);
     va_end(args);
     const std::lock_guard<std::mutex> lock(logMutex);
+    isLogging = true;
     logLines.push_back({prio, tag != nullptr ? std::optional<std::string>(tag) : std::nullopt, text});
+    isLogging = false;
     return size;
 }
 

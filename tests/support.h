@@ -31,6 +31,9 @@ struct LogLine {
 
 using LogLines = std::vector<LogLine>;
 
+// Set while this thread notes a line: its allocations are not the library's.
+extern thread_local bool isLogging;
+
 // The log lines since construction, those of other threads included.
 class LogCapture {
 public:
