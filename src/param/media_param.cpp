@@ -64,7 +64,9 @@ void MediaParam::Copy(const MediaParam* other)
     }
     // Everything that can throw comes first: then this parcel is still as it was.
     std::unique_ptr<uint8_t[]> data(new uint8_t[size]);
-    auto strings = other->mStrings;
+    // Assigned, not constructed: libc++ 14 leaks a vector whose copy construction runs out of memory.
+    std::vector<std::string> strings;
+    strings = other->mStrings;
     auto refs = other->mRefs;
 
     if (memcpy_s(data.get(), size, other->mData.get(), size) != 0) {
