@@ -22,7 +22,7 @@ void PrintEntries(const osal::MediaMeta& meta)
         } else if (item.mType == osal::META_TYPE_STRING) {
             std::printf("  %s = \"%s\"\n", it.Key().c_str(), item.mValue.stringValue);
         } else {
-            std::printf("  %s: type %d\n", it.Key().c_str(), item.mType);
+            std::printf("  %s: type %d\n", it.Key().c_str(), static_cast<int>(item.mType));
         }
     }
 }
