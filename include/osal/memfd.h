@@ -16,7 +16,8 @@ namespace osal {
 OSAL_API int MemfdCreateRegion(std::string name, unsigned long size);
 
 // Write-protects a region for good, in every process that holds it, unless `prot` (the bits of mmap()'s
-// PROT_READ, PROT_WRITE, PROT_EXEC) includes PROT_WRITE: then nothing changes, and a debug line says so. A sealed region can still
+// PROT_READ, PROT_WRITE, PROT_EXEC) includes PROT_WRITE: then nothing changes, and a debug line says so.
+// A sealed region can still
 // be resized, and writable mappings made before keep working: add the seals F_SEAL_SHRINK and F_SEAL_GROW
 // and unmap where that matters. Returns 0, or -1: without a line for `prot` of 0 and less, with one for an
 // invalid descriptor, with one or two (EINVAL) for a seal that is refused.

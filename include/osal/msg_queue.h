@@ -98,7 +98,8 @@ public:
     // due-time order, with one NotifyFinished() each. Does nothing on a stopped queue.
     void Stop();
 
-    // The worker's kernel thread id, which is not what SetThreadPriority() takes; -1 without a worker, while the queue is being stopped, and until a new
+    // The worker's kernel thread id, which is not what SetThreadPriority() takes; -1 without a worker, while the
+    // queue is being stopped, and until a new
     // worker has recorded its id.
     int32_t GetThreadId();
 

@@ -57,7 +57,8 @@ public:
     // Asks the worker to end and waits until it has. Does nothing when there is none.
     void Stop();
 
-    // The worker's kernel thread id, -1 while there is none; one that ended by itself counts until Stop(). Right after Start() it may still be -1, or
+    // The worker's kernel thread id, -1 while there is none; one that ended by itself counts until Stop().
+    // Right after Start() it may still be -1, or
     // the previous worker's, until the new worker has got as far as to record its own.
     int32_t GetId();
 
