@@ -78,6 +78,7 @@ TEST(MediaMetaTypes, RefuseOthersAndLeaveOutputsAlone)
     EXPECT_STREQ("untouched", text);
     EXPECT_FALSE(meta.SetInt32(nullptr, 1) || meta.SetString(nullptr, "x") || meta.SetObject(nullptr, gObject) ||
                  meta.SetFraction(nullptr, 1, 1) || meta.SetPointer(nullptr, nullptr));
+    EXPECT_FALSE(meta.Merge(nullptr) || meta.WriteToMediaParam(nullptr) || meta.ReadFromMediaParam(nullptr));
     EXPECT_EQ(16U, Keys(meta).size());
     EXPECT_EQ(LogLines{}, log.Lines());
 }
