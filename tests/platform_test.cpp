@@ -2,13 +2,17 @@
 
 #include <android/log.h>
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <cstring>
+#include <dlfcn.h>
 #include <fcntl.h>
+#include <future>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <memcpy_s.h>
+#include <poll.h>
 #include <thread>
 #include <unistd.h>
 #include <utils/CallStack.h>
@@ -25,7 +29,34 @@ std::vector<std::string> CapturedLines()
     return lines;
 }
 
+std::atomic<bool> interruptWrite{false};
+std::atomic<std::promise<void>*> pollBegins{nullptr};
+
 }  // namespace
+
+extern "C" {
+
+// In the place of the system's, for the log too.
+ssize_t write(int fd, const void* data, size_t sizeBytes)
+{
+    if (interruptWrite.exchange(false)) {
+        errno = EINTR;
+        return -1;
+    }
+    static const auto real = reinterpret_cast<ssize_t (*)(int, const void*, size_t)>(dlsym(RTLD_NEXT, "write"));
+    return real(fd, data, sizeBytes);
+}
+
+int poll(pollfd* files, nfds_t count, int timeoutMs)
+{
+    if (std::promise<void>* begins = pollBegins.exchange(nullptr)) {
+        begins->set_value();
+    }
+    static const auto real = reinterpret_cast<int (*)(pollfd*, nfds_t, int)>(dlsym(RTLD_NEXT, "poll"));
+    return real(files, count, timeoutMs);
+}
+
+}  // extern "C"
 
 TEST(Log, WritesTheColumnsOfThreadtime)
 {
@@ -83,7 +114,11 @@ TEST(Log, WaitsForAReaderAndReportsWhatItCannotWrite)
     close(pipes[1]);
     const std::string text(1'000'000, 'x');  // more than a pipe holds
     size_t received = 0;
+    std::promise<void> isFull;
+    pollBegins = &isFull;
+    interruptWrite = true;
     std::thread reader([&] {
+        isFull.get_future().wait();
         char buffer[4096];
         for (ssize_t size = 0; (size = read(pipes[0], buffer, sizeof(buffer))) > 0;) {
             received += static_cast<size_t>(size);
