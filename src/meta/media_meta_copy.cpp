@@ -3,29 +3,29 @@
 #include "media_meta_internal.h"
 
 #include <android/log.h>
+#include <utility>
 
 namespace osal {
 
 std::shared_ptr<MediaMeta> MediaMeta::Copy() const
 {
     auto copy = Create();
-    for (const auto& [key, item] : mItems) {
-        bool copied = true;
-        switch (item->mType) {
-            case META_TYPE_BYTE_BUFFER:
-                copied = copy->SetByteBuffer(key.c_str(), item->mValue.byteBufferValue);
-                break;
-            case META_TYPE_STRING:
-                copied = copy->SetString(key.c_str(), item->mValue.stringValue);
-                break;
-            default:
-                copy->mItems.emplace_hint(copy->mItems.end(), key, item);
-                break;
+    copy->mItems = mItems;  // node by node, without a search
+    for (auto& [key, item] : copy->mItems) {
+        const MetaType type = item->mType;
+        if (type != META_TYPE_STRING && type != META_TYPE_BYTE_BUFFER) {
+            continue;
         }
+        const MetaItem::Value& value = item->mValue;
+        auto own = CreateZeroItem(type);
+        const bool copied = type == META_TYPE_STRING ? StoreText(*own, value.stringValue)
+                                                     : CheckBlock(key.c_str(), value.byteBufferValue) &&
+                                                           StoreBlock(*own, value.byteBufferValue);
         if (!copied) {
             __android_log_print(ANDROID_LOG_ERROR, META_LOG_TAG, "%s: copy %s failed", __func__, key.c_str());
             return nullptr;
         }
+        item = std::move(own);
     }
     return copy;
 }
@@ -71,8 +71,8 @@ bool MediaMeta::Merge(std::shared_ptr<MediaMeta> other)
                 merged = SetObject(key, item->mObject);
                 break;
             default:
-                __android_log_print(ANDROID_LOG_ERROR, META_LOG_TAG, "%s: Should not be here mType: %d",
-                                    __func__, item->mType);
+                __android_log_print(ANDROID_LOG_ERROR, META_LOG_TAG, "%s: Should not be here mType: %d", __func__,
+                                    item->mType);
                 break;
         }
         if (!merged) {

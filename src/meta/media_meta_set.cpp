@@ -47,6 +47,44 @@ bool SetPlain(MediaMeta::ItemMap& items, const char* key, MetaType type, T Item:
 
 }  // namespace
 
+bool StoreText(MediaMeta::MetaItem& item, const char* value)
+{
+    char*& text = item.mValue.stringValue;
+    if (value == nullptr) {
+        return false;
+    }
+    if (text != nullptr && strcmp(text, value) == 0) {
+        return true;
+    }
+    char* copy = DuplicateText(value);
+    if (copy == nullptr) {
+        return false;
+    }
+    free(text);
+    text = copy;
+    return true;
+}
+
+bool CheckBlock(const char* key, MediaMeta::ByteBuffer value)
+{
+    if (key == nullptr || value.data == nullptr || value.size == 0) {
+        __android_log_print(ANDROID_LOG_ERROR, META_LOG_TAG, "name %p, data %p, size %zu",
+                            static_cast<const void*>(key), static_cast<void*>(value.data), value.size);
+        return false;
+    }
+    return true;
+}
+
+bool StoreBlock(MediaMeta::MetaItem& item, MediaMeta::ByteBuffer value)
+{
+    // Copied before the old block goes: `value` may be that block.
+    auto* block = new uint8_t[value.size];
+    const bool copied = memcpy_s(block, value.size, value.data, value.size) == 0;
+    delete[] item.mValue.byteBufferValue.data;
+    item.mValue.byteBufferValue = {value.size, block};
+    return copied;
+}
+
 bool MediaMeta::SetInt8(const char* key, int8_t value)
 {
     return SetPlain(mItems, key, META_TYPE_INT8, &MetaItem::Value::int8Value, value);
@@ -124,41 +162,19 @@ bool MediaMeta::SetRect(const char* key, int32_t a, int32_t b, int32_t c, int32_
 
 bool MediaMeta::SetString(const char* key, const char* value)
 {
-    if (value == nullptr) {
-        return false;
-    }
-    return SetItem(mItems, key, META_TYPE_STRING, [value](MetaItem& item) {
-        char*& text = item.mValue.stringValue;
-        if (text != nullptr && strcmp(text, value) == 0) {
-            return true;
-        }
-        char* copy = DuplicateText(value);
-        if (copy == nullptr) {
-            return false;
-        }
-        free(text);
-        text = copy;
-        return true;
-    });
+    return SetItem(mItems, key, META_TYPE_STRING, [value](MetaItem& item) { return StoreText(item, value); });
 }
 
 bool MediaMeta::SetByteBuffer(const char* key, ByteBuffer value)
 {
-    if (key == nullptr || value.data == nullptr || value.size == 0) {
-        __android_log_print(ANDROID_LOG_ERROR, META_LOG_TAG, "name %p, data %p, size %zu",
-                            static_cast<const void*>(key), static_cast<void*>(value.data), value.size);
-        return false;
-    }
     bool copied = false;
-    const bool stored = SetItem(mItems, key, META_TYPE_BYTE_BUFFER, [value, &copied](MetaItem& item) {
-        // Copied before the old block goes: `value` may be that block.
-        auto* block = new uint8_t[value.size];
-        copied = memcpy_s(block, value.size, value.data, value.size) == 0;
-        delete[] item.mValue.byteBufferValue.data;
-        item.mValue.byteBufferValue = {value.size, block};
-        return true;
-    });
-    return stored && copied;
+    return CheckBlock(key, value) &&
+           SetItem(mItems, key, META_TYPE_BYTE_BUFFER,
+                   [value, &copied](MetaItem& item) {
+                       copied = StoreBlock(item, value);
+                       return true;
+                   }) &&
+           copied;
 }
 
 bool MediaMeta::SetByteBuffer(const char* key, uint8_t* data, uint64_t size)
