@@ -35,7 +35,7 @@ private:
     MsgQueue* mQueue;
 };
 
-MsgQueue::MsgQueue() : mName("Unknown"), mStopped(true), mStops(0) {}
+MsgQueue::MsgQueue() : mName("Unknown"), mStopped(true), mStops(0), mNowNs(0) {}
 
 MsgQueue::~MsgQueue()
 {
@@ -115,7 +115,10 @@ int32_t MsgQueue::QueueMsg(IMsgHandler* handler, uint64_t delayNs)
         __android_log_print(ANDROID_LOG_ERROR, TAG, "%s: QueueMsg thread not start!", __func__);
         return -ENOSYS;
     }
-    const auto position = mMsgs.try_emplace(NowNs() + delayNs).first;
+    // With all that is pending known to be due, a message without delay goes behind it: that is the order which a
+    // new reading of the clock would give.
+    const bool isNext = delayNs == 0 && (mMsgs.empty() || mMsgs.rbegin()->first <= mNowNs);
+    const auto position = mMsgs.try_emplace(mMsgs.end(), isNext ? mNowNs : NowNs() + delayNs);
     position->second.splice(position->second.end(), message);
     if (position == mMsgs.begin()) {
         mCond.notify_all();
@@ -143,25 +146,26 @@ void MsgQueue::RemoveMsg(IMsgHandler* handler)
 
 bool MsgQueue::MsgProcessor()
 {
+    std::list<MsgItem> message;  // released after the lock
     std::unique_lock<std::mutex> lock(mMutex);
+    while (!mMsgs.empty() && mMsgs.begin()->second.empty()) {
+        mMsgs.erase(mMsgs.begin());
+    }
     mCond.wait(lock, [this] { return mStopped || !mMsgs.empty(); });
     if (mStopped) {
         return false;
     }
     const auto head = mMsgs.begin();
-    const uint64_t dueNs = head->first;
-    const uint64_t nowNs = NowNs();
-    if (dueNs > nowNs) {
-        mCond.wait_for(lock, std::chrono::nanoseconds(std::min(dueNs - nowNs, MAX_WAIT_NS)));
-        return true;
+    if (head->first > mNowNs) {
+        mNowNs = NowNs();
+        if (head->first > mNowNs) {
+            mCond.wait_for(lock, std::chrono::nanoseconds(std::min(head->first - mNowNs, MAX_WAIT_NS)));
+            return true;
+        }
     }
-    if (head->second.empty()) {
-        mMsgs.erase(head);
-        return true;
-    }
-    MsgItem item = head->second.front();
-    head->second.pop_front();
+    message.splice(message.end(), head->second, head->second.begin());
     lock.unlock();
+    MsgItem& item = message.front();
     item.mHandler->HandleMsg(item.mArg);
     // The handler may have destroyed the queue: nothing of it may be touched from here on.
     return true;
