@@ -132,9 +132,11 @@ TEST_F(MsgQueueTest, StartsOnceAndAgainAfterStop)
 TEST_F(MsgQueueTest, RunsInDueTimeOrderAndNeverEarly)
 {
     ParkWorker();
+    Recorder soon(*this, "soon");
     Recorder late(*this, "late");
     Recorder first(*this, "first");
     Recorder second(*this, "second");
+    Queue(soon, 1);  // and due by the time that the next one is queued
     const auto before = Clock::now();
     Queue(late, 50 * NS_PER_MS);
     Queue(first, 0);
@@ -142,7 +144,7 @@ TEST_F(MsgQueueTest, RunsInDueTimeOrderAndNeverEarly)
     Queue(first, 0);
     mRelease.Set();
     late.Wait();
-    EXPECT_EQ((Notes{"first", "second", "first", "late"}), TakeNotes());
+    EXPECT_EQ((Notes{"soon", "first", "second", "first", "late"}), TakeNotes());
     EXPECT_GE(mTimes.back() - before, std::chrono::milliseconds(50));
 }
 
