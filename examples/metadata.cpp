@@ -8,29 +8,31 @@
 
 namespace {
 
-// Objects are shared, never copied.
-struct ColorSpace : osal::MediaMeta::MetaBase {
+//! [object]
+struct ColorSpace : osal::MediaMeta::MetaBase {  // objects are shared, never copied
     int primaries = 9;
 };
+//! [object]
 
+//! [walk]
 void PrintEntries(const osal::MediaMeta& meta)
 {
     for (auto it = meta.Begin(); it != meta.End(); ++it) {  // in the order of the keys
         const osal::MediaMeta::MetaItem& item = *it.Value();
         if (item.mType == osal::META_TYPE_INT32) {  // the type names the one member that has a meaning
             std::printf("  %s = %d\n", it.Key().c_str(), item.mValue.int32Value);
-        } else if (item.mType == osal::META_TYPE_STRING) {
-            std::printf("  %s = \"%s\"\n", it.Key().c_str(), item.mValue.stringValue);
         } else {
             std::printf("  %s: type %d\n", it.Key().c_str(), static_cast<int>(item.mType));
         }
     }
 }
+//! [walk]
 
 }  // namespace
 
 int main()
 {
+    //! [fill]
     uint8_t codecConfig[] = {0x01, 0x64, 0x00, 0x1f};
     const auto video = osal::MediaMeta::Create();
     if (!video->SetString("title", "Untitled") || !video->SetInt32("width", 1280) ||
@@ -39,37 +41,30 @@ int main()
         !video->SetObject("color-space", std::make_shared<ColorSpace>())) {
         return 1;
     }
+    //! [fill]
 
+    //! [read]
     int32_t rotation = 0;  // a missing entry leaves it alone, so what stands here is the default
     const bool hasRotation = video->GetInt32("rotation", rotation);
     std::printf("rotation: %d, %s\n", rotation, hasRotation ? "from an entry" : "the default");
+    //! [read]
     std::printf("an int64 for an int32 entry: %s\n", video->SetInt64("width", 1920) ? "stored" : "refused");
 
+    //! [merge]
     const auto update = osal::MediaMeta::Create();
-    if (!update->SetString("title", "Harbour at night") || !update->SetInt32("height", 720) ||
-        !video->Merge(update)) {
+    if (!update->SetInt32("width", 1920) || !update->SetInt32("height", 1080) || !video->Merge(update)) {
         return 1;
     }
-    std::printf("merged:\n");
+    //! [merge]
     PrintEntries(*video);
 
-    // The copy shares all items but texts and byte blocks; what is added to it is its own.
-    const auto copy = video->Copy();
-    if (!copy || !copy->SetInt32("width", 1920) || !copy->SetString("title", "Copy") ||
-        !copy->SetInt32("bit-rate", 4000000)) {
-        return 1;
-    }
-    std::printf("the original, after its copy was changed:\n");
-    PrintEntries(*video);
-
-    uint8_t* block = nullptr;  // will be the entry's own: valid until bytes are set again, not to be freed
-    int32_t blockSize = 0;
+    //! [get-object]
     std::shared_ptr<osal::MediaMeta::MetaBase> object;
-    if (!video->GetByteBuffer("codec-config", block, blockSize) || !copy->GetObject("color-space", object)) {
+    if (!video->GetObject("color-space", object)) {
         return 1;
     }
     const auto colorSpace = std::dynamic_pointer_cast<ColorSpace>(object);
-    std::printf("codec-config ends with 0x%02x\n", block[blockSize - 1]);
+    //! [get-object]
     std::printf("color primaries: %d\n", colorSpace ? colorSpace->primaries : -1);
     return 0;
 }

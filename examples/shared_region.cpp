@@ -13,10 +13,9 @@
 namespace {
 
 constexpr size_t SIZE = 4096;
-constexpr int PIXEL = 0x5a;
 
-// What the other process does: it has the descriptor, and asks the system for the rest.
-int ReadInChild(int fd)
+//! [read]
+int ReadInChild(int fd)  // which has the descriptor, and asks the system for the rest
 {
     const int size = osal::MemfdGetRegionSize(fd);
     void* const pixels =
@@ -27,46 +26,37 @@ int ReadInChild(int fd)
     std::printf("child: %d bytes, the last is 0x%x\n", size, static_cast<unsigned char*>(pixels)[size - 1]);
     return std::fflush(stdout) == 0 ? 0 : 1;  // which _exit() leaves undone
 }
-
-bool Share(int fd)
-{
-    void* const pixels = mmap(nullptr, SIZE, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
-    if (pixels == MAP_FAILED) {
-        return false;
-    }
-    std::memset(pixels, PIXEL, SIZE);
-    // A mapping that can be written stays so under the seal: it goes first. Then the content is sealed, and
-    // the size, which is not part of it: a reader would die of a region that shrinks under its mapping.
-    if (munmap(pixels, SIZE) != 0 || osal::MemfdSetProtRegion(fd, PROT_READ) != 0 ||
-        fcntl(fd, F_ADD_SEALS, F_SEAL_SHRINK | F_SEAL_GROW) != 0) {
-        return false;
-    }
-
-    const bool isMapped = mmap(nullptr, SIZE, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0) != MAP_FAILED;
-    std::printf("mapping it to write: %s\n", !isMapped && errno == EPERM ? "refused" : "not refused");
-    const bool isResized = ftruncate(fd, SIZE / 2) == 0;
-    std::printf("resizing it: %s\n", !isResized && errno == EPERM ? "refused" : "not refused");
-
-    // Not to be printed twice.
-    if (std::fflush(stdout) != 0) {
-        return false;
-    }
-    const pid_t child = fork();  // or send the descriptor over a local socket
-    if (child == 0) {
-        _exit(ReadInChild(fd));
-    }
-    int status = 0;
-    return child > 0 && waitpid(child, &status, 0) == child && WIFEXITED(status) && WEXITSTATUS(status) == 0;
-}
+//! [read]
 
 }  // namespace
 
 int main()
 {
+    //! [seal]
     const int fd = osal::MemfdCreateRegion("picture", SIZE);
-    if (fd == -1) {
+    void* const pixels = fd < 0 ? MAP_FAILED : mmap(nullptr, SIZE, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+    if (pixels == MAP_FAILED) {
         return 1;
     }
-    const bool isShared = Share(fd);
-    return close(fd) == 0 && isShared ? 0 : 1;
+    std::memset(pixels, 0x5a, SIZE);
+    // A mapping that can be written stays so under the seal: it goes first. Then the content is sealed, and
+    // the size, which is not part of it: a reader would die of a region that shrinks under its mapping.
+    if (munmap(pixels, SIZE) != 0 || osal::MemfdSetProtRegion(fd, PROT_READ) != 0 ||
+        fcntl(fd, F_ADD_SEALS, F_SEAL_SHRINK | F_SEAL_GROW) != 0) {
+        return 1;
+    }
+    //! [seal]
+    const bool isWritable = write(fd, "x", 1) == 1;
+    std::printf("writing to it: %s\n", !isWritable && errno == EPERM ? "refused" : "not refused");
+    const bool isResized = ftruncate(fd, SIZE / 2) == 0;
+    std::printf("resizing it: %s\n", !isResized && errno == EPERM ? "refused" : "not refused");
+
+    std::fflush(stdout);  // or it would be printed twice
+    const pid_t child = fork();  // or send the descriptor over a local socket
+    if (child == 0) {
+        _exit(ReadInChild(fd));
+    }
+    int status = 0;
+    const bool hasRead = child > 0 && waitpid(child, &status, 0) == child && status == 0;
+    return close(fd) == 0 && hasRead ? 0 : 1;
 }

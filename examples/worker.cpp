@@ -2,32 +2,28 @@
 
 #include <cerrno>
 #include <condition_variable>
-#include <cstdint>
 #include <cstdio>
 #include <mutex>
 #include <osal/thread.h>
 #include <pthread.h>
-#include <string>
 
-namespace {
-
+//! [thread]
 class Decoder : public osal::Thread {
 public:
-    ~Decoder() override { End(); }  // not later: ~Thread() comes when Run() and its fields are gone
-
-    int32_t Begin(const std::string& name, Priority priority)
-    {
-        SetEnding(false);
-        return Start(name, priority);
-    }
+    ~Decoder() override { End(); }  // not later: ~Thread() comes when Run() and the fields below are gone
 
     void End()
     {
-        SetEnding(true);  // wakes Run(): Stop() does not, and would wait for ever
+        {
+            const std::lock_guard<std::mutex> lock(mPacketsMutex);
+            mIsEnding = true;
+        }
+        mChanged.notify_all();  // wakes Run(): Stop() does not, and would wait for ever
         Stop();
+        mIsEnding = false;  // for the next Start(); there is no worker now
     }
 
-    void Decode(int packets)
+    void Decode(int packets)  // returns when they are decoded
     {
         std::unique_lock<std::mutex> lock(mPacketsMutex);
         mPackets += packets;
@@ -36,13 +32,6 @@ public:
     }
 
 private:
-    void SetEnding(bool isEnding)
-    {
-        const std::lock_guard<std::mutex> lock(mPacketsMutex);
-        mIsEnding = isEnding;
-        mChanged.notify_all();
-    }
-
     bool Run() override  // one packet; called again for the next one
     {
         std::unique_lock<std::mutex> lock(mPacketsMutex);
@@ -51,10 +40,8 @@ private:
             return false;
         }
         char name[16] = "";
-        if (pthread_getname_np(pthread_self(), name, sizeof(name)) == 0) {
-            std::printf("%s: packet %d\n", name, ++mDecoded);
-        }
-        --mPackets;
+        pthread_getname_np(pthread_self(), name, sizeof(name));
+        std::printf("%s: %d to decode\n", name, mPackets--);
         mChanged.notify_all();
         return true;
     }
@@ -62,29 +49,25 @@ private:
     std::mutex mPacketsMutex;  // guards the fields below
     std::condition_variable mChanged;
     int mPackets = 0;  // that wait to be decoded
-    int mDecoded = 0;
     bool mIsEnding = false;
 };
-
-}  // namespace
+//! [thread]
 
 int main()
 {
+    //! [restart]
     Decoder decoder;
-    // Without the right to real-time scheduling the worker runs all the same, after a warning in the log.
-    if (decoder.Begin("video-decoder", osal::Thread::PRIORITY_DEFAULT) != 0) {
+    if (decoder.Start("video-decoder", osal::Thread::PRIORITY_DEFAULT) != 0) {
         return 1;
     }
     decoder.Decode(/*packets=*/2);
     const bool isRefused = decoder.Start("second", osal::Thread::PRIORITY_DEFAULT) == -EEXIST;
     std::printf("a second worker: %s\n", isRefused ? "refused" : "started");
     decoder.End();
-    std::printf("id after the end: %d\n", decoder.GetId());
-
-    // The same object, and all that it holds, with a new worker.
-    if (decoder.Begin("thumbnailer", osal::Thread::PRIORITY_MIN) != 0) {
+    if (decoder.Start("thumbnailer", osal::Thread::PRIORITY_MIN) != 0) {  // the same object with a new worker
         return 1;
     }
     decoder.Decode(/*packets=*/1);
+    //! [restart]
     return 0;
 }
