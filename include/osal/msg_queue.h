@@ -1,5 +1,8 @@
 #pragma once
 
+/// @file
+/// MsgQueue and its handlers: work at once or after a delay, in due-time order, on a worker.
+
 #include "osal/export.h"
 #include "osal/thread.h"
 
@@ -13,38 +16,42 @@
 
 namespace osal {
 
-// What a queue calls. Handlers belong to the caller, who deletes one only when no queue holds a message
-// for it, no queue is dropping its messages, its HandleMsg() is not running and no thread waits on it.
-//
-// The order of the virtual operations is part of the binary interface.
+/// What a queue calls.
+///
+/// Handlers belong to the caller, who deletes one only when no queue holds a message for it, no queue is
+/// dropping its messages, its HandleMsg() is not running and no thread waits on it.
+///
+/// The order of the virtual operations is part of the binary interface.
 class OSAL_API IMsgHandler {
 public:
+    /// Nothing of the handler is called from here on: see above for when that holds.
     virtual ~IMsgHandler();
 
-    // Called on the queue's worker when the message is due, with no lock held: it may queue and remove
-    // messages on the same queue, but must neither wait there for another message of the queue nor throw.
-    // `arg` is 0 and what is written to it is seen by nobody.
+    /// Called on the queue's worker when the message is due, with no lock held: it may queue and remove
+    /// messages on the same queue, but must neither wait there for another message of the queue nor throw.
+    /// `arg` is 0 and what is written to it is seen by nobody.
     virtual void HandleMsg(int32_t& arg) = 0;
 
-    // Blocks until the handler is finished.
+    /// Blocks until the handler is finished.
     virtual void Wait() = 0;
 
-    // Marks the handler finished. Called by its own code when its work is done, and by the queue, under the
-    // queue's lock, for each message that it drops: it must neither call back into that queue nor throw.
+    /// Marks the handler finished. Called by its own code when its work is done, and by the queue, under the
+    /// queue's lock, for each message that it drops: it must neither call back into that queue nor throw.
     virtual void NotifyFinished() = 0;
 };
 
-// A handler with a completion signal: any number of threads may Wait() for NotifyFinished().
-//
-// Wait() returns as soon as NotifyFinished() is called, while HandleMsg() may still be running: where the waiter
-// deletes the handler, that call is the last thing that HandleMsg() does. For a handler with several messages the
-// first one that is dropped or handled ends the wait; the queue may still be dropping the others.
-//
-// A waiter cannot tell a handled message from a dropped one. The queue does not call NotifyFinished()
-// after HandleMsg(): a handler on which somebody waits does so itself. One object carries one completion:
-// once finished it stays so, and every later Wait() returns at once, even if it is queued again.
+/// A handler with a completion signal: any number of threads may Wait() for NotifyFinished().
+///
+/// **A waiter cannot tell a handled message from a dropped one.** The queue does not call NotifyFinished()
+/// after HandleMsg(): a handler on which somebody waits does so itself. One object carries one completion:
+/// once finished it stays so, and every later Wait() returns at once, even if it is queued again.
+///
+/// Wait() returns as soon as NotifyFinished() is called, while HandleMsg() may still be running: where the
+/// waiter deletes the handler, that call is the last thing that HandleMsg() does. For a handler with several
+/// messages the first one that is dropped or handled ends the wait; the queue may still be dropping the others.
 class OSAL_API MsgHandlerBase : public IMsgHandler {
 public:
+    /// A handler that is not finished.
     MsgHandlerBase();
     ~MsgHandlerBase() override;
     MsgHandlerBase(const MsgHandlerBase&) = delete;
@@ -59,55 +66,58 @@ private:
     std::condition_variable mCond;
 };
 
-// Destroy it only when no other thread is in one of its operations.
-//
-// Runs message handlers one after another, in due-time order, on a worker thread of its own.
-//
-// Order:     earliest due time first; equal due times in the order of queuing. A handler never starts
-//            before its due time; how late it starts depends on the handlers before it and on the system.
-// Threads:   any thread may call any operation, handlers included. Start() and Stop() that meet wait for
-//            each other. On the worker itself Stop() is refused, with a warning, and changes nothing; a
-//            handler that destroys its own queue ends the worker when it returns.
-// Lifetime:  handlers stay the caller's. RemoveMsg() does not wait for a HandleMsg() already running, so
-//            it does not by itself make it safe to delete the handler. RemoveMsg() and Stop() call
-//            NotifyFinished() under the queue's lock: it must not call back into the queue.
-// Units:     delays are nanoseconds on the monotonic clock. A delay whose due time overflows 64 bits is
-//            due at once; keep delays below 2^63 ns (292 years).
-// Results:   0 or a negated Linux error number. Running out of memory throws std::bad_alloc, in QueueMsg() and
-//            Start() alone, and leaves the queue as it was.
-//
-//     osal::MsgQueue queue;
-//     queue.Start("decoder", osal::Thread::PRIORITY_DEFAULT);
-//     queue.QueueMsg(&handler, 20'000'000);  // in 20 ms
-//     handler.Wait();
+/// Runs message handlers one after another, in due-time order, on a worker thread of its own.
+///
+/// **Handlers stay the caller's.** RemoveMsg() does not wait for a HandleMsg() already running, so it does not
+/// by itself make it safe to delete the handler. RemoveMsg() and Stop() call NotifyFinished() under the queue's
+/// lock: it must not call back into the queue. Destroy a queue only when no other thread is in one of its
+/// operations.
+///
+/// - Order: earliest due time first; equal due times in the order of queuing. A handler never starts before
+///   its due time; how late it starts depends on the handlers before it and on the system.
+/// - Threads: any thread may call any operation, handlers included. Start() and Stop() that meet wait for each
+///   other. On the worker itself Stop() is refused, with a warning, and changes nothing; a handler that
+///   destroys its own queue ends the worker when it returns.
+/// - Units: delays are nanoseconds on the monotonic clock. A delay whose due time overflows 64 bits is due at
+///   once; keep delays below 2^63 ns (292 years).
+/// - Results: 0 or a negated Linux error number. Running out of memory throws std::bad_alloc, in QueueMsg() and
+///   Start() alone, and leaves the queue as it was.
+///
+/// ```cpp
+/// osal::MsgQueue queue;
+/// queue.Start("decoder", osal::Thread::PRIORITY_DEFAULT);
+/// queue.QueueMsg(&handler, 20'000'000);  // in 20 ms
+/// handler.Wait();
+/// ```
 class OSAL_API MsgQueue {
 public:
+    /// A stopped queue.
     MsgQueue();
-    // As Stop(); on the worker itself, too, the pending messages are dropped.
+    /// As Stop(); on the worker itself, too, the pending messages are dropped.
     virtual ~MsgQueue();
     MsgQueue(const MsgQueue&) = delete;
     MsgQueue& operator=(const MsgQueue&) = delete;
 
-    // Starts the worker under a name and a priority, as Thread::Start() does. 0 when it runs, or already
-    // ran under its old name, with an info line. -12 (ENOMEM) when there is no memory for the worker object or
-    // the system refuses the thread: the queue stays stopped. While another thread stops the queue, it waits
-    // for that and starts anew; -17 (EEXIST), with the info line, if the worker itself asks for it then.
+    /// Starts the worker under a name and a priority, as Thread::Start() does. 0 when it runs, or already
+    /// ran under its old name, with an info line. -12 (ENOMEM) when there is no memory for the worker object or
+    /// the system refuses the thread: the queue stays stopped. While another thread stops the queue, it waits
+    /// for that and starts anew; -17 (EEXIST), with the info line, if the worker itself asks for it then.
     int32_t Start(const std::string& name, Thread::Priority priority);
 
-    // Refuses new messages, waits for the HandleMsg() that is running, then drops all pending messages in
-    // due-time order, with one NotifyFinished() each. Does nothing on a stopped queue.
+    /// Refuses new messages, waits for the HandleMsg() that is running, then drops all pending messages in
+    /// due-time order, with one NotifyFinished() each. Does nothing on a stopped queue.
     void Stop();
 
-    // The worker's kernel thread id, which is not what SetThreadPriority() takes; -1 without a worker, while the
-    // queue is being stopped, and until a new
-    // worker has recorded its id.
+    /// The worker's kernel thread id, which is not what SetThreadPriority() takes; -1 without a worker, while
+    /// the queue is being stopped, and until a new worker has recorded its id.
     int32_t GetThreadId();
 
-    // Queues `handler` to run once, `delayNs` from now; the same handler may be queued several times.
-    // Returns 0, or -38 (ENOSYS) if `handler` is null or, with an error line, the queue is not running.
+    /// Queues `handler` to run once, `delayNs` from now; the same handler may be queued several times.
+    /// Returns 0, or -38 (ENOSYS) if `handler` is null or, with an error line, the queue is not running.
     int32_t QueueMsg(IMsgHandler* handler, uint64_t delayNs);
 
-    // Drops all pending messages of `handler`, with one NotifyFinished() each. Walks the whole queue.
+    /// Drops all pending messages of `handler`, with one NotifyFinished() each. Walks the whole queue. Does
+    /// nothing for null.
     void RemoveMsg(IMsgHandler* handler);
 
 private:
