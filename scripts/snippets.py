@@ -47,14 +47,14 @@ def main():
                 errors.append(f"{name}:{line}: a C++ block that does not say where it is taken from")
                 return match[0]
             if program not in programs or region not in programs[program]:
-                errors.append(f"{name}:{line}: there is no {program} {region or ''}")
+                errors.append(f"{name}:{line}: there is no {' '.join(filter(None, match.groups()[:2]))}")
                 return match[0]
             unused.discard((program, region))
             wanted = programs[program][region]
             if block == wanted:
                 return match[0]
             if sys.argv[1:] != ["--renew"]:
-                errors.append(f"{name}:{line}: differs from {program} {region or ''}")
+                errors.append(f"{name}:{line}: differs from {' '.join(filter(None, match.groups()[:2]))}")
             return match[0].replace(f"```cpp\n{block}", f"```cpp\n{wanted}")
 
         text = document.read_text()

@@ -24,7 +24,7 @@ namespace osal {
 /// The order of the virtual operations is part of the binary interface.
 class OSAL_API IMsgHandler {
 public:
-    /// Nothing of the handler is called from here on: see above for when that holds.
+    /// See above for when a handler may be deleted.
     virtual ~IMsgHandler();
 
     /// Called on the queue's worker when the message is due, with no lock held: it may queue and remove
