@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memcpy_s.h>
+#include <memory>
 #include <utility>
 
 namespace osal {
@@ -78,10 +79,10 @@ bool CheckBlock(const char* key, MediaMeta::ByteBuffer value)
 bool StoreBlock(MediaMeta::MetaItem& item, MediaMeta::ByteBuffer value)
 {
     // Copied before the old block goes: `value` may be that block.
-    auto* block = new uint8_t[value.size];
-    const bool copied = memcpy_s(block, value.size, value.data, value.size) == 0;
+    std::unique_ptr<uint8_t[]> block(new uint8_t[value.size]);  // not make_unique(), which zeroes it first
+    const bool copied = memcpy_s(block.get(), value.size, value.data, value.size) == 0;
     delete[] item.mValue.byteBufferValue.data;
-    item.mValue.byteBufferValue = {value.size, block};
+    item.mValue.byteBufferValue = {value.size, block.release()};
     return copied;
 }
 
