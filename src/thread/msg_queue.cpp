@@ -4,6 +4,7 @@
 #include <android/log.h>
 #include <cerrno>
 #include <chrono>
+#include <monotonic_wait.h>
 #include <new>
 #include <utility>
 
@@ -159,7 +160,7 @@ bool MsgQueue::MsgProcessor()
     if (head->first > mNowNs) {
         mNowNs = NowNs();
         if (head->first > mNowNs) {
-            mCond.wait_for(lock, std::chrono::nanoseconds(std::min(head->first - mNowNs, MAX_WAIT_NS)));
+            WaitMonotonic(mCond, lock, std::chrono::nanoseconds(std::min(head->first - mNowNs, MAX_WAIT_NS)));
             return true;
         }
     }
