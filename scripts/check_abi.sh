@@ -1,0 +1,52 @@
+#!/usr/bin/env bash
+# Compares the binary interface with the baseline in abi/: the exported symbols of the library, and the public types
+# with the order of their fields and virtual operations. --renew writes the baseline anew, which every user of the
+# library has to know about. Presets other than the default, release, have to offer the same symbols.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+. scripts/lib.sh
+
+renew=false
+[ "${1-}" != --renew ] || { renew=true; shift; }
+presets=("${@:-release}")
+[[ "${presets[*]}" != *-* ]] || fail "usage: check_abi.sh [--renew] [PRESET...]"
+need c++=g++ g++=g++ cmake=cmake ninja=ninja-build abidiff=abigail-tools
+mkdir -p build/abi
+
+for preset in "${presets[@]}"; do
+    build "$preset" -DOSAL_BUILD_TESTS=OFF
+    symbols=build/abi/$preset.symbols
+    nm -D --defined-only "build/$preset/libosal.so" | awk '{ print $3 }' | LC_ALL=C sort >"$symbols"
+    ! grep -v -E '^(_ZN4osal|_ZNK4osal|_ZT[ISV]N4osal|__android_log_print$)' "$symbols" ||
+        fail "the preset $preset exports what is not the library's"
+    if $renew; then
+        cp "$symbols" abi/osal.symbols
+    fi
+    diff -u abi/osal.symbols "$symbols" || fail "the preset $preset exports other symbols"
+done
+
+# The layouts are those of one platform. There, each public type once, in a source of the name of its header: from
+# these the compiler describes the types of the header alone, and leaves those of the standard library as names.
+if [ "$(g++ -dumpmachine)" != x86_64-linux-gnu ]; then
+    echo "skipped the types: their baseline is that of x86_64-linux-gnu"
+else
+    sources=()
+    for header in include/osal/*.h; do
+        name=${header##*/}
+        source=build/abi/${name%.h}.cpp
+        {
+            echo "#include <osal/$name>"
+            sed -n -E 's/^(class OSAL_API|struct|enum( class)?) ([A-Za-z]+).*[^;]$/osal::\3* type\3;/p' "$header"
+        } >"$source"
+        sources+=("$source")
+    done
+    g++ -std=c++17 -g -O0 -fPIC -shared -femit-class-debug-always -femit-struct-debug-baseonly -ffile-prefix-map=build/abi/= \
+        -I include "${sources[@]}" -o build/abi/types.so
+    abidw --no-architecture --no-comp-dir-path --no-corpus-path --no-elf-needed --no-parameter-names --no-show-locs \
+        --type-id-style hash --out-file build/abi/types.xml build/abi/types.so
+    if $renew; then
+        cp build/abi/types.xml abi/types.xml
+    fi
+    abidiff --harmless --redundant abi/types.xml build/abi/types.xml || fail "the public types have changed"
+fi
+echo "abi passed"
