@@ -31,5 +31,5 @@ bionic="__android_log_print __cxa_atexit __errno_location __stack_chk_fail clock
 unknown=$(cd "$folder" && nm -u "${objects[@]}" | awk '$1 == "U" { print $2 }' |
     grep -v -E '^(_Z|_Unwind_|__cxa_(allocate|begin|demangle|end|free|guard|pure|rethrow|throw)|__(dso_handle|emutls|gxx)|memcpy_s$)' |
     sort -u | comm -23 - <(tr -s ' ' '\n' <<<"$bionic" | sort))
-[ -z "$unknown" ] || fail "Android 9 may lack these functions; look them up:" $unknown
+[ -z "$unknown" ] || fail "Android 9 may lack these functions; look them up: ${unknown//$'\n'/ }"
 echo "android passed: ${#objects[@]} objects"

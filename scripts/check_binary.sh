@@ -14,11 +14,11 @@ for preset in "$@"; do
     dynamic=$(readelf -dW "$library")
     symbols=$(readelf --dyn-syms -W "$library")
 
-    # wrong MESSAGE...
-    wrong() { fail "$library: $*"; }
+    # wrong MESSAGE
+    wrong() { fail "$library: $1"; }
 
     loads=$(awk '$1 == "LOAD" { print $NF }' <<<"$segments" | sort -u)
-    [ "$loads" = 0x4000 ] || wrong "segments are not aligned to 16 KiB but to" $loads
+    [ "$loads" = 0x4000 ] || wrong "segments are not aligned to 16 KiB but to ${loads//$'\n'/ }"
     ! grep -q "LOAD.* RWE " <<<"$segments" || wrong "a segment is writable and executable"
     grep -q "GNU_STACK.* RW " <<<"$segments" || wrong "the stack is executable"
     grep -q "GNU_RELRO" <<<"$segments" || wrong "relocations stay writable"

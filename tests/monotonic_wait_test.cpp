@@ -17,7 +17,8 @@ constexpr time_t MAX_WAIT_S = 48 * 3600;
 
 }  // namespace
 
-extern "C" int pthread_cond_timedwait_monotonic_np(pthread_cond_t* cond, pthread_mutex_t* mutex, const timespec* deadline)
+extern "C" int pthread_cond_timedwait_monotonic_np(pthread_cond_t* cond, pthread_mutex_t* mutex,
+                                                   const timespec* deadline)
 {
     timespec now{};
     clock_gettime(CLOCK_MONOTONIC, &now);
@@ -36,7 +37,8 @@ using Clock = std::chrono::steady_clock;
 
 Clock::time_point LastDeadline()
 {
-    return Clock::time_point(std::chrono::seconds(lastDeadline.tv_sec) + std::chrono::nanoseconds(lastDeadline.tv_nsec));
+    return Clock::time_point(std::chrono::seconds(lastDeadline.tv_sec) +
+                             std::chrono::nanoseconds(lastDeadline.tv_nsec));
 }
 
 }  // namespace

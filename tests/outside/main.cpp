@@ -37,8 +37,8 @@ int main()
     Once once;
     Handler handler;
     osal::MsgQueue queue;
-    if (once.Start("once", osal::Thread::PRIORITY_MIN) != 0 || queue.Start("queue", osal::Thread::PRIORITY_MIN) != 0 ||
-        queue.QueueMsg(&handler, 0) != 0) {
+    if (once.Start("once", osal::Thread::PRIORITY_MIN) != 0 ||
+        queue.Start("queue", osal::Thread::PRIORITY_MIN) != 0 || queue.QueueMsg(&handler, 0) != 0) {
         return 1;
     }
     handler.Wait();
