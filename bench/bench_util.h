@@ -2,14 +2,16 @@
 
 #include <benchmark/benchmark.h>
 
-#include <initializer_list>
 #include <malloc.h>
+#include <pthread.h>
+#include <sched.h>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <initializer_list>
 #include <mutex>
 #include <string>
 
@@ -33,6 +35,14 @@ inline uint64_t InUseBytes()
 {
     const struct mallinfo2 info = mallinfo2();
     return info.uordblks + info.hblkhd;
+}
+
+// Moves the calling thread to real-time scheduling, or back. Threads that it starts meanwhile are like it.
+inline bool SetRealTime(bool isOn)
+{
+    sched_param param{};
+    param.sched_priority = isOn ? 10 : 0;
+    return pthread_setschedparam(pthread_self(), isOn ? SCHED_FIFO : SCHED_OTHER, &param) == 0;
 }
 
 // Set by one thread, waited for by another, which takes the signal away with it. It may be destroyed as soon as
@@ -66,7 +76,11 @@ private:
 // one entry, one value. That is what the rows of one name are compared by.
 class ItemTimer {
 public:
-    explicit ItemTimer(benchmark::State& state) : mState(state) {}
+    explicit ItemTimer(benchmark::State& state) : mState(state)
+    {
+        // Tidies up what benchmarks before this one have left on the heap: it would happen in this one's time.
+        malloc_trim(0);
+    }
 
     // To be called once in each iteration, whose time it is; the benchmark has to use manual time.
     void Add(uint64_t ns, uint64_t items)
@@ -92,12 +106,27 @@ private:
     uint64_t mItems = 0;
 };
 
-// Registers `function` under "family/row/subject": the subjects of one row line up.
+// Registers `function` under "family/row/subject": the subjects of one row are compared with each other.
 template <typename Function>
 benchmark::internal::Benchmark* Register(const char* row, const char* subject, Function function)
 {
     const std::string name = std::string(row) + '/' + subject;
     return benchmark::RegisterBenchmark(name.c_str(), function)->UseManualTime();
+}
+
+// Notes for the report what is compared with; the result is there to initialise a constant with.
+inline bool Version(const char* peer, const std::string& version)
+{
+    benchmark::AddCustomContext(std::string("version of ") + peer, version);
+    return true;
+}
+inline bool Version(const char* peer, std::initializer_list<int> numbers)
+{
+    std::string version;
+    for (const int number : numbers) {
+        version += (version.empty() ? "" : ".") + std::to_string(number);
+    }
+    return Version(peer, version);
 }
 
 }  // namespace bench

@@ -27,7 +27,7 @@ public:
         uint64_t sum = 0;
         for (const auto& [key, value] : mMap) {
             benchmark::DoNotOptimize(value.index());
-            sum += key.size();
+            sum += Digest(key);
         }
         return sum;
     }
@@ -50,7 +50,8 @@ public:
     BtreeMap Copy() const { return *this; }
 };
 
-const bool REGISTERED = RegisterContainer<HashMap>() && RegisterContainer<BtreeMap>();
+const bool REGISTERED = Version("Abseil", {ABSL_LTS_RELEASE_VERSION, ABSL_LTS_RELEASE_PATCH_LEVEL}) &&
+                        RegisterContainer<HashMap>() && RegisterContainer<BtreeMap>();
 
 }  // namespace
 

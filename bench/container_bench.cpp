@@ -30,7 +30,7 @@ public:
         const auto end = mMeta->End();
         for (auto it = mMeta->Begin(); it != end; ++it) {
             benchmark::DoNotOptimize(it.Value()->mType);
-            sum += it.Key().size();
+            sum += Digest(it.Key());
         }
         return sum;
     }
@@ -76,7 +76,7 @@ public:
         uint64_t sum = 0;
         for (const auto& [key, value] : mMap) {
             benchmark::DoNotOptimize(value->index());
-            sum += key.size();
+            sum += Digest(key);
         }
         return sum;
     }
@@ -107,7 +107,7 @@ public:
         uint64_t sum = 0;
         for (const auto& [key, value] : mMap) {
             benchmark::DoNotOptimize(value.index());
-            sum += key.size();
+            sum += Digest(key);
         }
         return sum;
     }

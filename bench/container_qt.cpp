@@ -56,7 +56,7 @@ public:
         uint64_t sum = 0;
         for (auto it = mMap.constBegin(); it != mMap.constEnd(); ++it) {
             benchmark::DoNotOptimize(it->userType());
-            sum += static_cast<uint64_t>(it.key().size());
+            sum += it.key().at(0).unicode();
         }
         return sum;
     }
