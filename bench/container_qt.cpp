@@ -21,7 +21,7 @@ const QString& Key(const Entry& entry)
     return keys[entry.mIndex];
 }
 
-class VariantMap {
+class QtMap {
 public:
     static constexpr const char* NAME = "qvariantmap";
 
@@ -61,9 +61,9 @@ public:
         return sum;
     }
     // Detached: without that nothing is copied before the first change.
-    VariantMap Copy() const
+    QtMap Copy() const
     {
-        VariantMap copy = *this;
+        QtMap copy = *this;
         copy.mMap.detach();
         return copy;
     }
@@ -72,7 +72,7 @@ private:
     QVariantMap mMap;
 };
 
-const bool REGISTERED = RegisterContainer<VariantMap>();
+const bool REGISTERED = RegisterContainer<QtMap>();
 
 }  // namespace
 

@@ -114,11 +114,11 @@ void Burst(benchmark::State& state)
         work.Wait();
         const uint64_t runNs = work.EndNs() - parker.ReleasedNs();
         timer.Add(queueNs + runNs, MESSAGES);
-        timer.Share("queue_ns", queueNs);
-        timer.Share("run_ns", runNs);
+        timer.Share("queue_ns", queueNs, MESSAGES);
+        timer.Share("run_ns", runNs, MESSAGES);
     }
     queue.Stop();
-    timer.Report({"queue_ns", "run_ns"});
+    timer.Report();
 }
 
 // From the first message posted to the last one run, with as many producers as the argument says.
@@ -210,7 +210,7 @@ private:
 template <typename Queue>
 void Hop(benchmark::State& state)
 {
-    constexpr uint64_t HOPS = 1'000;
+    constexpr uint64_t HOPS = 200;
     CountDown hops;
     Bouncer<Queue> ping;
     Bouncer<Queue> pong;

@@ -175,7 +175,7 @@ def verdicts(medians):
 def write_markdown(path, machine, medians, repetitions):
     lines = ["# Benchmarks", "",
              f"Written by `scripts/bench.sh`: the median of {repetitions} runs, all benchmarks of a family in random"
-             " order. Less is better everywhere. The code is in `bench/`, the spread of the runs in"
+             " order; the figure of a run is the median of its iterations. Less is better everywhere. The code is in `bench/`, the spread of the runs in"
              " `benchmarks.json`.", "", "![The picture](benchmarks.svg)", "", "| | |", "| --- | --- |"]
     lines += [f"| {key} | {value} |" for key, value in machine.items() if value]
     lines += ["", "Good to know:", "", *NOTES, "", "## What was to be reached", "", "| what | at most | measured | holds |", "| --- | --- | --- | --- |"]
@@ -205,7 +205,8 @@ def draw_row(axes, values, title, unit):
         ratio = values[subject] / values["osal"]
         if subject == "osal":
             axes.plot(1, y, "D", color=OSAL, markersize=6, zorder=3)
-            axes.annotate(f"{number(values[subject])} ns", (1, y), (7, 0), textcoords="offset points", va="center",
+            axes.annotate(f"{number(values[subject])} ns" if values[subject] < 10_000 else
+                          f"{number(values[subject] / 1000)} µs", (1, y), (7, 0), textcoords="offset points", va="center",
                           color=OSAL, weight="bold", bbox={"facecolor": "white", "edgecolor": "none", "pad": 0.5})
             continue
         is_bound = subject in BOUNDS
@@ -262,7 +263,7 @@ def write_picture(path, machine, medians):
         axes.axis("off")
     figure.suptitle("Time taken, where osal takes 1 (less is better; logarithmic)", x=0.01, ha="left",
                     fontsize=13, weight="bold", color=TEXT)
-    figure.supxlabel("grey: slower than osal   orange: faster than osal   hatched: plain code or bare calls, as a bound\n"
+    figure.supxlabel("grey: slower than osal; orange: faster than osal; hatched: plain code or bare calls, as a bound\n"
                      f"{machine['processor']}; {machine['system']}; {machine['compiler']}; {machine['date']}",
                      x=0.01, ha="left", fontsize=8.5, color=FAINT)
     figure.savefig(path, metadata={"Date": None}, facecolor="white")
