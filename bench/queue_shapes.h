@@ -302,8 +302,9 @@ void Removal(benchmark::State& state)
         const uint64_t before = Allocations();
         const uint64_t beginNs = NowNs();
         queue.Remove(&removed);
-        timer.Add(NowNs() - beginNs, pending);
+        const uint64_t tookNs = NowNs() - beginNs;
         allocations += Allocations() - before;
+        timer.Add(tookNs, pending);
         queue.Post(&removed);
     }
     state.counters["allocations"] = static_cast<double>(allocations);
