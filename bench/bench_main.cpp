@@ -11,4 +11,13 @@ int __android_log_print(int, const char*, const char*, ...)
     return 0;
 }
 
-BENCHMARK_MAIN();
+int main(int argc, char** argv)
+{
+    benchmark::AddCustomContext("compiler", COMPILER);
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
+        return 1;
+    }
+    benchmark::RunSpecifiedBenchmarks();
+    return 0;
+}

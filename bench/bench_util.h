@@ -2,16 +2,21 @@
 
 #include <benchmark/benchmark.h>
 
-#include <initializer_list>
 #include <malloc.h>
+#include <pthread.h>
+#include <sched.h>
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <initializer_list>
+#include <map>
 #include <mutex>
 #include <string>
+#include <vector>
 
 namespace bench {
 
@@ -33,6 +38,14 @@ inline uint64_t InUseBytes()
 {
     const struct mallinfo2 info = mallinfo2();
     return info.uordblks + info.hblkhd;
+}
+
+// Moves the calling thread to real-time scheduling, or back. Threads that it starts meanwhile are like it.
+inline bool SetRealTime(bool isOn)
+{
+    sched_param param{};
+    param.sched_priority = isOn ? 10 : 0;
+    return pthread_setschedparam(pthread_self(), isOn ? SCHED_FIFO : SCHED_OTHER, &param) == 0;
 }
 
 // Set by one thread, waited for by another, which takes the signal away with it. It may be destroyed as soon as
@@ -62,42 +75,63 @@ private:
     bool mSet = false;
 };
 
-// Adds up what the iterations of one benchmark take. Its counter "ns" is the time of one item: of one message,
-// one entry, one value. That is what the rows of one name are compared by.
+// Gathers the times of the iterations of one benchmark. Its counter "ns" is the time of one item: of one message,
+// one entry, one value. That is what the rows of one name are compared by. It is the median of the iterations, of
+// which some are held up by whatever else the machine does.
 class ItemTimer {
 public:
-    explicit ItemTimer(benchmark::State& state) : mState(state) {}
+    explicit ItemTimer(benchmark::State& state) : mState(state)
+    {
+        // Tidies up what benchmarks before this one have left on the heap: it would happen in this one's time.
+        malloc_trim(0);
+    }
 
     // To be called once in each iteration, whose time it is; the benchmark has to use manual time.
     void Add(uint64_t ns, uint64_t items)
     {
-        mNs += ns;
-        mItems += items;
+        Share("ns", ns, items);
         mState.SetIterationTime(1e-9 * static_cast<double>(ns));
     }
     // A share of the time, under a name of its own.
-    void Share(const char* counter, uint64_t ns) { mState.counters[counter] += static_cast<double>(ns); }
-    void Report(std::initializer_list<const char*> shares = {})
+    void Share(const char* counter, uint64_t ns, uint64_t items)
     {
-        const double items = mItems > 0 ? static_cast<double>(mItems) : 1;
-        mState.counters["ns"] = static_cast<double>(mNs) / items;
-        for (const char* share : shares) {
-            mState.counters[share] = mState.counters[share] / items;
+        mItemNs[counter].push_back(static_cast<double>(ns) / static_cast<double>(items));
+    }
+    void Report()
+    {
+        for (auto& [counter, itemNs] : mItemNs) {
+            const auto middle = itemNs.begin() + static_cast<std::ptrdiff_t>(itemNs.size() / 2);
+            std::nth_element(itemNs.begin(), middle, itemNs.end());
+            mState.counters[counter] = *middle;
         }
     }
 
 private:
     benchmark::State& mState;
-    uint64_t mNs = 0;
-    uint64_t mItems = 0;
+    std::map<std::string, std::vector<double>> mItemNs;  // of each iteration, by counter
 };
 
-// Registers `function` under "family/row/subject": the subjects of one row line up.
+// Registers `function` under "family/row/subject": the subjects of one row are compared with each other.
 template <typename Function>
 benchmark::internal::Benchmark* Register(const char* row, const char* subject, Function function)
 {
     const std::string name = std::string(row) + '/' + subject;
     return benchmark::RegisterBenchmark(name.c_str(), function)->UseManualTime();
+}
+
+// Notes for the report what is compared with; the result is there to initialise a constant with.
+inline bool Version(const char* peer, const std::string& version)
+{
+    benchmark::AddCustomContext(std::string("version of ") + peer, version);
+    return true;
+}
+inline bool Version(const char* peer, std::initializer_list<int> numbers)
+{
+    std::string version;
+    for (const int number : numbers) {
+        version += (version.empty() ? "" : ".") + std::to_string(number);
+    }
+    return Version(peer, version);
 }
 
 }  // namespace bench

@@ -1,6 +1,7 @@
 #include "container_shapes.h"
 
 extern "C" {
+#include <libavutil/avutil.h>
 #include <libavutil/dict.h>
 }
 
@@ -55,7 +56,7 @@ public:
         const AVDictionaryEntry* entry = nullptr;
         while ((entry = av_dict_get(mDict.mPtr, "", entry, AV_DICT_IGNORE_SUFFIX)) != nullptr) {
             benchmark::DoNotOptimize(entry->value);
-            sum += std::strlen(entry->key);
+            sum += Digest(static_cast<const char*>(entry->key));
         }
         return sum;
     }
@@ -78,7 +79,7 @@ private:
     Owner mDict;
 };
 
-const bool REGISTERED = RegisterContainer<Dictionary>();
+const bool REGISTERED = Version("FFmpeg", av_version_info()) && RegisterContainer<Dictionary>();
 
 }  // namespace
 

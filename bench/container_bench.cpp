@@ -30,7 +30,7 @@ public:
         const auto end = mMeta->End();
         for (auto it = mMeta->Begin(); it != end; ++it) {
             benchmark::DoNotOptimize(it.Value()->mType);
-            sum += it.Key().size();
+            sum += Digest(it.Key());
         }
         return sum;
     }
@@ -76,7 +76,7 @@ public:
         uint64_t sum = 0;
         for (const auto& [key, value] : mMap) {
             benchmark::DoNotOptimize(value->index());
-            sum += key.size();
+            sum += Digest(key);
         }
         return sum;
     }
@@ -86,39 +86,15 @@ private:
     std::map<std::string, std::shared_ptr<Value>> mMap;
 };
 
-class VariantMap {
+class StdMap : public VariantMap<std::map<std::string, Value>> {
 public:
     static constexpr const char* NAME = "map_variant";
 
-    template <typename T>
-    void Set(const Entry& entry, T value)
-    {
-        mMap[entry.mKey] = value;
-    }
-    template <typename T>
-    uint64_t Read(const Entry& entry) const
-    {
-        const auto position = mMap.find(entry.mKey);
-        const auto* const value = position != mMap.end() ? std::get_if<Stored<T>>(&position->second) : nullptr;
-        return value != nullptr ? Digest(*value) : 0;
-    }
-    uint64_t Walk() const
-    {
-        uint64_t sum = 0;
-        for (const auto& [key, value] : mMap) {
-            benchmark::DoNotOptimize(value.index());
-            sum += key.size();
-        }
-        return sum;
-    }
-    VariantMap Copy() const { return *this; }
-
-private:
-    std::map<std::string, Value> mMap;
+    StdMap Copy() const { return *this; }
 };
 
 const bool REGISTERED =
-    RegisterContainer<OsalContainer>() && RegisterContainer<SharedMap>() && RegisterContainer<VariantMap>();
+    RegisterContainer<OsalContainer>() && RegisterContainer<SharedMap>() && RegisterContainer<StdMap>();
 
 }  // namespace
 

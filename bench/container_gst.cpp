@@ -31,7 +31,7 @@ public:
             mStructure.get(),
             [](GQuark key, const GValue* value, gpointer data) -> gboolean {
                 benchmark::DoNotOptimize(G_VALUE_TYPE(value));
-                *static_cast<uint64_t*>(data) += std::strlen(g_quark_to_string(key));
+                *static_cast<uint64_t*>(data) += Digest(g_quark_to_string(key));
                 return TRUE;
             },
             &sum);
@@ -92,7 +92,8 @@ private:
     std::unique_ptr<GstStructure, Free> mStructure;
 };
 
-const bool REGISTERED = RegisterContainer<Structure>();
+const bool REGISTERED = Version("GStreamer", {GST_VERSION_MAJOR, GST_VERSION_MINOR, GST_VERSION_MICRO}) &&
+                        RegisterContainer<Structure>();
 
 }  // namespace
 

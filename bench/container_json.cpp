@@ -40,7 +40,7 @@ public:
         uint64_t sum = 0;
         for (auto it = mJson.begin(); it != mJson.end(); ++it) {
             benchmark::DoNotOptimize(it->type());
-            sum += it.key().size();
+            sum += Digest(it.key());
         }
         return sum;
     }
@@ -50,7 +50,8 @@ private:
     nlohmann::json mJson = nlohmann::json::object();
 };
 
-const bool REGISTERED = RegisterContainer<JsonObject>();
+const bool REGISTERED = Version("nlohmann-json", nlohmann::json::meta()["version"]["string"].get<std::string>()) &&
+                        RegisterContainer<JsonObject>();
 
 }  // namespace
 

@@ -21,7 +21,7 @@ const QString& Key(const Entry& entry)
     return keys[entry.mIndex];
 }
 
-class VariantMap {
+class QtMap {
 public:
     static constexpr const char* NAME = "qvariantmap";
 
@@ -56,14 +56,14 @@ public:
         uint64_t sum = 0;
         for (auto it = mMap.constBegin(); it != mMap.constEnd(); ++it) {
             benchmark::DoNotOptimize(it->userType());
-            sum += static_cast<uint64_t>(it.key().size());
+            sum += it.key().at(0).unicode();
         }
         return sum;
     }
     // Detached: without that nothing is copied before the first change.
-    VariantMap Copy() const
+    QtMap Copy() const
     {
-        VariantMap copy = *this;
+        QtMap copy = *this;
         copy.mMap.detach();
         return copy;
     }
@@ -72,7 +72,7 @@ private:
     QVariantMap mMap;
 };
 
-const bool REGISTERED = RegisterContainer<VariantMap>();
+const bool REGISTERED = RegisterContainer<QtMap>();
 
 }  // namespace
 

@@ -5,7 +5,7 @@
 //     static constexpr const char* NAME;
 //     template <typename T> void Set(const Entry& entry, T value);    // adds the entry or changes its value
 //     template <typename T> uint64_t Read(const Entry& entry) const;  // Digest() of the value
-//     uint64_t Walk() const;                                          // sum of the sizes of all keys
+//     uint64_t Walk() const;                                          // sum of the Digest() of all keys
 //     Container Copy() const;
 //
 // where T is int32_t, int64_t, double, const char* or Fraction.
@@ -15,7 +15,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstring>
 #include <map>
 #include <memory>
 #include <optional>
@@ -269,6 +268,36 @@ uint64_t ReadAll(const Container& container, const std::vector<Entry>& entries)
     return sum;
 }
 
+// All of a container over a map from text to Value, but its name and Copy().
+template <typename Map>
+class VariantMap {
+public:
+    template <typename T>
+    void Set(const Entry& entry, T value)
+    {
+        mMap[entry.mKey] = value;
+    }
+    template <typename T>
+    uint64_t Read(const Entry& entry) const
+    {
+        const auto position = mMap.find(entry.mKey);
+        const auto* const value = position != mMap.end() ? std::get_if<Stored<T>>(&position->second) : nullptr;
+        return value != nullptr ? Digest(*value) : 0;
+    }
+    uint64_t Walk() const
+    {
+        uint64_t sum = 0;
+        for (const auto& [key, value] : mMap) {
+            benchmark::DoNotOptimize(value.index());
+            sum += Digest(key);
+        }
+        return sum;
+    }
+
+private:
+    Map mMap;
+};
+
 inline std::vector<Entry> Entries(const benchmark::State& state)
 {
     const std::vector<Entry>& all = AllEntries();
@@ -309,62 +338,59 @@ void Build(benchmark::State& state)
     timer.Report();
 }
 
-template <typename Container>
-void Read(benchmark::State& state)
+// Has `work` time itself on a container with all entries, once in each iteration; false from it is a wrong result.
+template <typename Container, typename Work>
+void TimeFilled(benchmark::State& state, Work work)
 {
     const std::vector<Entry> entries = Entries(state);
     Container container;
     SetAll(container, entries, 0);
-    uint64_t expected = 0;
-    for (const Entry& entry : entries) {
-        VisitValue(entry, 0, [&](auto value) { expected += Digest(value); });
-    }
     ItemTimer timer(state);
     for (auto _ : state) {
+        if (!work(container, entries, timer)) {
+            state.SkipWithError("wrong values");
+            break;
+        }
+    }
+    timer.Report();
+}
+
+template <typename Container>
+void Read(benchmark::State& state)
+{
+    TimeFilled<Container>(state, [](Container& container, const auto& entries, ItemTimer& timer) {
         uint64_t sum = 0;
         TimeRounds(timer, entries, [&] {
             for (uint64_t round = 0; round < ROUNDS; ++round) {
                 sum += ReadAll(container, entries);
             }
         });
-        if (sum != ROUNDS * expected) {
-            state.SkipWithError("wrong values");
-            break;
+        uint64_t expected = 0;
+        for (const Entry& entry : entries) {
+            VisitValue(entry, 0, [&](auto value) { expected += Digest(value); });
         }
-    }
-    timer.Report();
+        return sum == ROUNDS * expected;
+    });
 }
 
 template <typename Container>
 void Update(benchmark::State& state)
 {
-    const std::vector<Entry> entries = Entries(state);
-    Container container;
-    SetAll(container, entries, 0);
-    const uint64_t before = ReadAll(container, entries);
-    ItemTimer timer(state);
-    for (auto _ : state) {
+    TimeFilled<Container>(state, [](Container& container, const auto& entries, ItemTimer& timer) {
+        const uint64_t before = ReadAll(container, entries);
         TimeRounds(timer, entries, [&] {
             for (uint64_t round = 1; round <= ROUNDS; ++round) {
                 SetAll(container, entries, round);
             }
         });
-        if (ReadAll(container, entries) != before) {  // ROUNDS is a multiple of the period of the values
-            state.SkipWithError("wrong values");
-            break;
-        }
-    }
-    timer.Report();
+        return ReadAll(container, entries) == before;  // ROUNDS is a multiple of the period of the values
+    });
 }
 
 template <typename Container>
 void Copy(benchmark::State& state)
 {
-    const std::vector<Entry> entries = Entries(state);
-    Container container;
-    SetAll(container, entries, 0);
-    ItemTimer timer(state);
-    for (auto _ : state) {
+    TimeFilled<Container>(state, [](Container& container, const auto& entries, ItemTimer& timer) {
         std::vector<Container> copies;
         copies.reserve(ROUNDS);
         TimeRounds(timer, entries, [&] {
@@ -372,26 +398,14 @@ void Copy(benchmark::State& state)
                 copies.push_back(container.Copy());
             }
         });
-        if (ReadAll(copies.back(), entries) != ReadAll(container, entries)) {
-            state.SkipWithError("wrong values");
-            break;
-        }
-    }
-    timer.Report();
+        return ReadAll(copies.back(), entries) == ReadAll(container, entries);
+    });
 }
 
 template <typename Container>
 void Walk(benchmark::State& state)
 {
-    const std::vector<Entry> entries = Entries(state);
-    Container container;
-    SetAll(container, entries, 0);
-    uint64_t expected = 0;
-    for (const Entry& entry : entries) {
-        expected += std::strlen(entry.mKey);
-    }
-    ItemTimer timer(state);
-    for (auto _ : state) {
+    TimeFilled<Container>(state, [](Container& container, const auto& entries, ItemTimer& timer) {
         uint64_t sum = 0;
         TimeRounds(timer, entries, [&] {
             for (uint64_t round = 0; round < ROUNDS; ++round) {
@@ -399,12 +413,12 @@ void Walk(benchmark::State& state)
                 benchmark::ClobberMemory();
             }
         });
-        if (sum != ROUNDS * expected) {
-            state.SkipWithError("wrong keys");
-            break;
+        uint64_t expected = 0;
+        for (const Entry& entry : entries) {
+            expected += Digest(entry.mKey);
         }
-    }
-    timer.Report();
+        return sum == ROUNDS * expected;
+    });
 }
 
 template <typename Container>

@@ -37,12 +37,14 @@ public:
     }
 
 private:
-    asio::io_context mContext;
+    asio::io_context mContext{1};  // run by one thread
     asio::executor_work_guard<asio::io_context::executor_type> mWork{mContext.get_executor()};
     std::thread mThread;
 };
 
-const bool REGISTERED = RegisterQueue<AsioQueue, ALL_BUT_REMOVAL>();
+const bool REGISTERED =
+    Version("Asio", {ASIO_VERSION / 100'000, ASIO_VERSION / 100 % 1'000, ASIO_VERSION % 100}) &&
+    RegisterQueue<AsioQueue, ALL_BUT_REMOVAL>();
 
 }  // namespace
 

@@ -2,42 +2,46 @@
 
 #include "queue_shapes.h"
 
-#include "osal/utils.h"
-
-#include <pthread.h>
 #include <deque>
-
-namespace bench {
 
 namespace {
 
-// Not a real-time priority: the system refuses it, and the worker keeps the scheduling that it shares with the
-// other queues' threads.
-constexpr auto ORDINARY = static_cast<osal::Thread::Priority>(0);
+thread_local uint64_t allocations = 0;
+
+}  // namespace
+
+extern "C" void* __libc_malloc(size_t size);
+
+// Takes the place of the system's, for all libraries alike.
+extern "C" __attribute__((visibility("default"))) void* malloc(size_t size)
+{
+    ++allocations;
+    return __libc_malloc(size);
+}
+
+namespace bench {
+
+uint64_t Allocations()
+{
+    return allocations;
+}
+
+namespace {
 
 class OsalQueue {
 public:
     static constexpr const char* NAME = "osal";
 
-    explicit OsalQueue(osal::Thread::Priority priority = ORDINARY) : mPriority(priority) {}
-
-    void Start() { mQueue.Start("bench", mPriority); }
+    // No real-time priority: the system refuses it, and the worker keeps the scheduling that the workers of the
+    // other queues have, too.
+    void Start() { mQueue.Start("bench", static_cast<osal::Thread::Priority>(0)); }
     void Stop() { mQueue.Stop(); }
     void Post(osal::IMsgHandler* handler) { mQueue.QueueMsg(handler, 0); }
     void PostDelayed(osal::IMsgHandler* handler, uint64_t delayNs) { mQueue.QueueMsg(handler, delayNs); }
     void Remove(osal::IMsgHandler* handler) { mQueue.RemoveMsg(handler); }
 
 private:
-    const osal::Thread::Priority mPriority;
     osal::MsgQueue mQueue;
-};
-
-// Real-time, where the system allows it.
-class OsalRealTimeQueue : public OsalQueue {
-public:
-    static constexpr const char* NAME = "osal_rt";
-
-    OsalRealTimeQueue() : OsalQueue(osal::Thread::PRIORITY_DEFAULT) {}
 };
 
 // What one would write by hand: no delays, and nothing that could not be left out.
@@ -139,38 +143,28 @@ private:
     bool mStopped = false;
 };
 
-// Lateness of the bare system call, on a thread that may have asked for real-time scheduling first.
-template <bool REAL_TIME>
-void ClockNanosleep(benchmark::State& state)
-{
-    std::vector<uint64_t> latenessNs;
-    std::thread sleeper([&] {
-        if (REAL_TIME) {
-            osal::SetThreadPriority(osal::GetThreadId(), osal::Thread::PRIORITY_DEFAULT);
-        }
-        for (auto _ : state) {
-            const uint64_t beginNs = NowNs();
-            const uint64_t dueNs = beginNs + LATENESS_DELAY_NS;
-            timespec due{};
-            due.tv_sec = static_cast<time_t>(dueNs / 1'000'000'000);
-            due.tv_nsec = static_cast<long>(dueNs % 1'000'000'000);
-            clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &due, nullptr);
-            const uint64_t endNs = NowNs();
-            latenessNs.push_back(endNs - dueNs);
-            state.SetIterationTime(1e-9 * static_cast<double>(endNs - beginNs));
-        }
-    });
-    sleeper.join();
-    ReportLateness(state, latenessNs);
-}
+// The bare system call, which delays the thread itself.
+class ClockNanosleep {
+public:
+    static constexpr const char* NAME = "clock_nanosleep";
 
-const bool REGISTERED = [] {
-    Register("queue/lateness", "clock_nanosleep", ClockNanosleep<false>);
-    Register("queue/lateness", "clock_nanosleep_rt", ClockNanosleep<true>);
-    return RegisterQueue<OsalQueue, ALL_BUT_REMOVAL | REMOVAL>() &&
-           RegisterQueue<OsalRealTimeQueue, HOP | LATENESS>() &&
-           RegisterQueue<LockedDeque, WITHOUT_DELAY | REMOVAL>() && RegisterQueue<CondVar, HOP>();
-}();
+    void Start() {}
+    void Stop() {}
+    void PostDelayed(osal::IMsgHandler* handler, uint64_t delayNs)
+    {
+        const uint64_t dueNs = NowNs() + delayNs;
+        timespec due{};
+        due.tv_sec = static_cast<time_t>(dueNs / 1'000'000'000);
+        due.tv_nsec = static_cast<long>(dueNs % 1'000'000'000);
+        clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &due, nullptr);
+        int32_t arg = 0;
+        handler->HandleMsg(arg);
+    }
+};
+
+const bool REGISTERED = RegisterQueue<OsalQueue, ALL_BUT_REMOVAL | REMOVAL>() &&
+                        RegisterQueue<LockedDeque, WITHOUT_DELAY | REMOVAL>() && RegisterQueue<CondVar, HOP>() &&
+                        RegisterQueue<ClockNanosleep, LATENESS>();
 
 }  // namespace
 

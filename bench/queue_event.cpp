@@ -7,17 +7,19 @@ namespace bench {
 
 namespace {
 
-// One-shot events, which the base makes and releases by itself.
+// One-shot events, which the base makes and releases by itself. Its usual clock is as coarse as the scheduler's
+// tick.
+template <bool IS_PRECISE>
 class EventQueue {
 public:
-    static constexpr const char* NAME = "libevent";
+    static constexpr const char* NAME = IS_PRECISE ? "libevent_precise" : "libevent";
 
-    explicit EventQueue(int flags = 0)
+    EventQueue()
     {
         static const int locking = evthread_use_pthreads();  // before the first base
         benchmark::DoNotOptimize(locking);
         event_config* const config = event_config_new();
-        event_config_set_flag(config, flags);
+        event_config_set_flag(config, IS_PRECISE ? EVENT_BASE_FLAG_PRECISE_TIMER : 0);
         mBase = event_base_new_with_config(config);
         event_config_free(config);
     }
@@ -59,16 +61,9 @@ private:
     std::thread mThread;
 };
 
-// Its usual clock is as coarse as the scheduler's tick.
-class PreciseEventQueue : public EventQueue {
-public:
-    static constexpr const char* NAME = "libevent_precise";
-
-    PreciseEventQueue() : EventQueue(EVENT_BASE_FLAG_PRECISE_TIMER) {}
-};
-
-const bool REGISTERED =
-    RegisterQueue<EventQueue, ALL_BUT_REMOVAL>() && RegisterQueue<PreciseEventQueue, TIMERS | LATENESS>();
+const bool REGISTERED = Version("libevent", event_get_version()) &&
+                        RegisterQueue<EventQueue<false>, ALL_BUT_REMOVAL>() &&
+                        RegisterQueue<EventQueue<true>, TIMERS | LATENESS>();
 
 }  // namespace
 

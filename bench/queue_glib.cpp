@@ -68,7 +68,8 @@ private:
     std::thread mThread;
 };
 
-const bool REGISTERED = RegisterQueue<GlibQueue, ALL_BUT_REMOVAL | REMOVAL>();
+const bool REGISTERED = Version("GLib", {GLIB_MAJOR_VERSION, GLIB_MINOR_VERSION, GLIB_MICRO_VERSION}) &&
+                        RegisterQueue<GlibQueue, ALL_BUT_REMOVAL | REMOVAL>();
 
 }  // namespace
 

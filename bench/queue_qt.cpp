@@ -57,7 +57,7 @@ private:
     QObject mReceiver;
 };
 
-const bool REGISTERED = RegisterQueue<QtQueue, ALL_BUT_REMOVAL>();
+const bool REGISTERED = Version("Qt", qVersion()) && RegisterQueue<QtQueue, ALL_BUT_REMOVAL>();
 
 }  // namespace
 

@@ -5,9 +5,9 @@
 //     static constexpr const char* NAME;
 //     void Start();   // with a worker thread
 //     void Stop();    // joins it; nothing is pending then
-//     void Post(osal::IMsgHandler* handler);                          // all rows but TIMERS and LATENESS
+//     void Post(osal::IMsgHandler* handler);                           // all rows but TIMERS and LATENESS
 //     void PostDelayed(osal::IMsgHandler* handler, uint64_t delayNs);  // TIMERS and LATENESS
-//     void Remove(osal::IMsgHandler* handler);                        // REMOVAL
+//     void Remove(osal::IMsgHandler* handler);                         // REMOVAL
 //
 // which calls HandleMsg() on the worker. Posting has to be safe from any thread.
 
@@ -33,6 +33,9 @@ enum Rows : unsigned {
     WITHOUT_DELAY = BURST | POST | HOP | MEMORY,
     ALL_BUT_REMOVAL = WITHOUT_DELAY | TIMERS | LATENESS,
 };
+
+// Calls of malloc() by this thread.
+uint64_t Allocations();
 
 class Handler : public osal::IMsgHandler {
 public:
@@ -111,11 +114,11 @@ void Burst(benchmark::State& state)
         work.Wait();
         const uint64_t runNs = work.EndNs() - parker.ReleasedNs();
         timer.Add(queueNs + runNs, MESSAGES);
-        timer.Share("queue_ns", queueNs);
-        timer.Share("run_ns", runNs);
+        timer.Share("queue_ns", queueNs, MESSAGES);
+        timer.Share("run_ns", runNs, MESSAGES);
     }
     queue.Stop();
-    timer.Report({"queue_ns", "run_ns"});
+    timer.Report();
 }
 
 // From the first message posted to the last one run, with as many producers as the argument says.
@@ -207,7 +210,7 @@ private:
 template <typename Queue>
 void Hop(benchmark::State& state)
 {
-    constexpr uint64_t HOPS = 1'000;
+    constexpr uint64_t HOPS = 200;
     CountDown hops;
     Bouncer<Queue> ping;
     Bouncer<Queue> pong;
@@ -232,8 +235,28 @@ void Hop(benchmark::State& state)
 
 constexpr uint64_t LATENESS_DELAY_NS = 1'000'000;
 
-inline void ReportLateness(benchmark::State& state, std::vector<uint64_t> latenessNs)
+// With real-time scheduling the worker inherits it: all queues get the same, and none has to ask.
+template <typename Queue, bool REAL_TIME>
+void Lateness(benchmark::State& state)
 {
+    CountDown message;
+    Queue queue;
+    if (REAL_TIME && !SetRealTime(true)) {
+        state.SkipWithError("no real-time scheduling");
+    }
+    queue.Start();
+    std::vector<int64_t> latenessNs;  // below 0 where a queue is early
+    for (auto _ : state) {
+        message.Expect(1);
+        const uint64_t beginNs = NowNs();
+        queue.PostDelayed(&message, LATENESS_DELAY_NS);
+        message.Wait();
+        const uint64_t tookNs = message.EndNs() - beginNs;
+        latenessNs.push_back(static_cast<int64_t>(tookNs) - static_cast<int64_t>(LATENESS_DELAY_NS));
+        state.SetIterationTime(1e-9 * static_cast<double>(tookNs));
+    }
+    queue.Stop();
+    SetRealTime(false);
     if (latenessNs.empty()) {
         return;
     }
@@ -243,28 +266,21 @@ inline void ReportLateness(benchmark::State& state, std::vector<uint64_t> latene
     state.counters["p99_ns"] = static_cast<double>(latenessNs[last * 99 / 100]);
 }
 
-template <typename Queue>
-void Lateness(benchmark::State& state)
+inline bool CanBeRealTime()
 {
-    CountDown message;
-    Queue queue;
-    queue.Start();
-    std::vector<uint64_t> latenessNs;
-    for (auto _ : state) {
-        message.Expect(1);
-        const uint64_t beginNs = NowNs();
-        queue.PostDelayed(&message, LATENESS_DELAY_NS);
-        message.Wait();
-        const uint64_t tookNs = message.EndNs() - beginNs;
-        // A queue that counts in milliseconds may be early by the part of one that had passed.
-        latenessNs.push_back(tookNs - std::min(tookNs, LATENESS_DELAY_NS));
-        state.SetIterationTime(1e-9 * static_cast<double>(tookNs));
-    }
-    queue.Stop();
-    ReportLateness(state, latenessNs);
+    static const bool result = [] {
+        const bool isAllowed = SetRealTime(true);
+        SetRealTime(false);
+        if (!isAllowed) {
+            std::fputs("skipped queue/lateness_rt: there is no right to real-time scheduling here\n", stderr);
+        }
+        return isAllowed;
+    }();
+    return result;
 }
 
-// One message in the middle of as many as the argument says; "ns" is per pending message.
+// The one message of a handler among as many as the argument says, first in the middle, then last; "ns" is per
+// pending message.
 template <typename Queue>
 void Removal(benchmark::State& state)
 {
@@ -281,12 +297,17 @@ void Removal(benchmark::State& state)
         queue.Post(i == pending / 2 ? &removed : &others);
     }
     ItemTimer timer(state);
+    uint64_t allocations = 0;
     for (auto _ : state) {
+        const uint64_t before = Allocations();
         const uint64_t beginNs = NowNs();
         queue.Remove(&removed);
-        timer.Add(NowNs() - beginNs, pending);
+        const uint64_t tookNs = NowNs() - beginNs;
+        allocations += Allocations() - before;
+        timer.Add(tookNs, pending);
         queue.Post(&removed);
     }
+    state.counters["allocations"] = static_cast<double>(allocations);
     parker.Release();
     others.Wait();
     removed.Wait();
@@ -349,7 +370,10 @@ bool RegisterQueue()
         Register("queue/hop", Queue::NAME, Hop<Queue>);
     }
     if constexpr ((ROWS & LATENESS) != 0) {
-        Register("queue/lateness", Queue::NAME, Lateness<Queue>);
+        Register("queue/lateness", Queue::NAME, Lateness<Queue, false>);
+        if (CanBeRealTime()) {
+            Register("queue/lateness_rt", Queue::NAME, Lateness<Queue, true>);
+        }
     }
     if constexpr ((ROWS & REMOVAL) != 0) {
         Register("queue/removal", Queue::NAME, Removal<Queue>)

@@ -88,7 +88,7 @@ private:
     std::vector<Message> mPosted;
 };
 
-const bool REGISTERED = RegisterQueue<UvQueue, ALL_BUT_REMOVAL>();
+const bool REGISTERED = Version("libuv", uv_version_string()) && RegisterQueue<UvQueue, ALL_BUT_REMOVAL>();
 
 }  // namespace
 

@@ -101,8 +101,7 @@ void RawMemfd(benchmark::State& state)
 {
     Time(state, 1, [&] {
         const int fd = memfd_create(REGION_NAME, MFD_ALLOW_SEALING);
-        struct stat status {
-        };
+        struct stat status {};
         if (ftruncate(fd, REGION_BYTES) != 0 || fcntl(fd, F_ADD_SEALS, F_SEAL_FUTURE_WRITE) != 0 ||
             fstat(fd, &status) != 0 || status.st_size != REGION_BYTES) {
             state.SkipWithError("no sealed region");
