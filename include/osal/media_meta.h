@@ -253,9 +253,9 @@ public:
     /// @name Setters of texts, blocks and objects
     /// @{
 
-    /// Stores a copy of the text. Setting an equal text changes nothing, so pointers from GetString() stay
-    /// valid; a different text invalidates them. Also false for a null text, and, with an error line and
-    /// the old text kept, when there is no memory for the copy.
+    /// Stores a copy of the text, which may be part of the entry's own. Setting an equal text changes nothing,
+    /// so pointers from GetString() stay valid; a different text invalidates them. Also false for a null text,
+    /// and, with an error line and the old text kept, when there is no memory for the copy.
     bool SetString(const char* key, const char* value);
     /// Stores a copy of the bytes in a fresh block, even when they are equal: pointers from GetByteBuffer()
     /// become invalid. `value` may be the entry's own block. Also false, with an error line, for a null
@@ -312,14 +312,14 @@ public:
 
     /// A new container with the same entries. It shares every item with this one, except texts and byte
     /// blocks, which are copied: setting a shared key in one container changes it in both. Empty pointer,
-    /// with error lines, when a text or a block cannot be copied: an entry that came from a parcel without its
+    /// with one error line or two, when a text or a block cannot be copied: an entry that came from a parcel without its
     /// value, or no memory for a text. This container never changes.
     std::shared_ptr<MediaMeta> Copy() const;
 
     /// Sets every entry of `other` here through the setters, in key order; objects are shared. Stops with
     /// false and an error line at the first entry that its setter refuses; those before it stay merged.
-    /// Entries without a setter rule (the 8- and 16-bit, the unsigned and the empty ones) are skipped with
-    /// an error line each and do not count as failures. False, with nothing logged, for an empty `other`. If
+    /// Entries that have no part in it (8- and 16-bit, unsigned and empty ones, types that there are not) are
+    /// skipped with an error line each and do not count as failures. False, with nothing logged, for an empty `other`. If
     /// memory runs out, the entries merged so far stay.
     bool Merge(std::shared_ptr<MediaMeta> other);
 

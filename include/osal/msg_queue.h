@@ -66,20 +66,21 @@ private:
     std::condition_variable mCond;
 };
 
-/// Runs message handlers one after another, in due-time order, on a worker thread of its own.
+/// **Destroy a queue only when no other thread is in one of its operations**, and a handler only when the queue is
+/// done with it: RemoveMsg() does not wait for a HandleMsg() already running, so it does not by itself make it safe to
+/// delete the handler. RemoveMsg() and Stop() call NotifyFinished() under the queue's lock: it must not call
+/// back into the queue.
 ///
-/// **Handlers stay the caller's.** RemoveMsg() does not wait for a HandleMsg() already running, so it does not
-/// by itself make it safe to delete the handler. RemoveMsg() and Stop() call NotifyFinished() under the queue's
-/// lock: it must not call back into the queue. Destroy a queue only when no other thread is in one of its
-/// operations.
+/// A queue runs message handlers one after another, in due-time order, on a worker thread of its own. Handlers
+/// stay the caller's.
 ///
 /// - Order: earliest due time first; equal due times in the order of queuing. A handler never starts before
 ///   its due time; how late it starts depends on the handlers before it and on the system.
 /// - Threads: any thread may call any operation, handlers included. Start() and Stop() that meet wait for each
 ///   other. On the worker itself Stop() is refused, with a warning, and changes nothing; a handler that
-///   destroys its own queue ends the worker when it returns.
-/// - Units: delays are nanoseconds on the monotonic clock. A delay whose due time overflows 64 bits is due at
-///   once; keep delays below 2^63 ns (292 years).
+///   destroys its own queue, with the same warnings, ends the worker when it returns.
+/// - Units: delays are nanoseconds on the monotonic clock. Keep delays below 2^63 ns (292 years): one whose due
+///   time overflows 64 bits is due at once, in no particular place among what is due already.
 /// - Results: 0 or a negated Linux error number. Running out of memory throws std::bad_alloc, in QueueMsg() and
 ///   Start() alone, and leaves the queue as it was.
 ///

@@ -16,11 +16,11 @@
 /// Everything that the library offers.
 namespace osal {
 
-/// Runs the Run() of a subclass again and again on one worker thread, until Run() returns false or Stop()
-/// is called. After Stop() it can be started again, under a new name and priority.
-///
 /// **Stop a subclass object before its destruction begins**: when ~Thread() stops the worker, the subclass and
 /// its Run() are already gone. Destroy it only when no other thread is in one of its operations.
+///
+/// A thread runs the Run() of a subclass again and again on one worker, until Run() returns false or Stop() is
+/// called. After Stop() it can be started again, under a new name and priority.
 ///
 /// - Threads: any thread may call any operation. Stop() waits for the Run() that is under way and does not
 ///   wake one that blocks: wake it first. Several Stop() at once all return after the worker has ended. Stop()
@@ -42,7 +42,7 @@ class OSAL_API Thread {
 public:
     /// A static priority under SCHED_FIFO, handed to the system unchanged; any of 1 to 99 may be cast to it.
     ///
-    /// Without the right to real-time scheduling the worker logs a warning and runs with the scheduling of
+    /// Without the right to real-time scheduling the worker says so in the log and runs with the scheduling of
     /// the thread that started it. Threads that Run() creates inherit its scheduling.
     enum Priority : int {
         PRIORITY_MIN = 1,  ///< The lowest real-time priority: still ahead of every ordinary thread.

@@ -10,7 +10,7 @@ namespace osal {
 std::shared_ptr<MediaMeta> MediaMeta::Copy() const
 {
     auto copy = Create();
-    copy->mItems = mItems;  // node by node, without a search
+    copy->mItems = ItemMap(mItems);  // constructed: assignment may search a place for each entry
     for (auto& [key, item] : copy->mItems) {
         const MetaType type = item->mType;
         if (type != META_TYPE_STRING && type != META_TYPE_BYTE_BUFFER) {

@@ -116,8 +116,8 @@ int32_t MsgQueue::QueueMsg(IMsgHandler* handler, uint64_t delayNs)
         __android_log_print(ANDROID_LOG_ERROR, TAG, "%s: QueueMsg thread not start!", __func__);
         return -ENOSYS;
     }
-    // With all that is pending known to be due, a message without delay goes behind it: that is the order which a
-    // new reading of the clock would give.
+    // With all that is pending known to be due, a message without delay goes behind it: a new reading of the clock
+    // would give the same order.
     const bool isNext = delayNs == 0 && (mMsgs.empty() || mMsgs.rbegin()->first <= mNowNs);
     const auto position = mMsgs.try_emplace(mMsgs.end(), isNext ? mNowNs : NowNs() + delayNs);
     position->second.splice(position->second.end(), message);
