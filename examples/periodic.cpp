@@ -15,9 +15,11 @@ public:
 
     void HandleMsg(int32_t& /*arg*/) override
     {
+        const int64_t nowUs = osal::GetTimeUsBoot();  // the queue's clock
+        // Counted from the last due time, not from now, so that lateness does not add up.
+        mDueUs = (mTicks == 0 ? nowUs : mDueUs) + 5'000;
         std::printf("tick %d\n", ++mTicks);
-        mDueUs += 5'000;  // counted from the last due time, not from now, so that lateness does not add up
-        const int64_t delayUs = std::max<int64_t>(0, mDueUs - osal::GetTimeUsBoot());
+        const int64_t delayUs = std::max<int64_t>(0, mDueUs - nowUs);
         if (mTicks == 3 || mQueue.QueueMsg(this, static_cast<uint64_t>(delayUs) * 1'000) != 0) {
             NotifyFinished();  // also when the queue is being stopped: somebody may wait
         }
@@ -25,7 +27,7 @@ public:
 
 private:
     osal::MsgQueue& mQueue;
-    int64_t mDueUs = osal::GetTimeUsBoot();  // the queue's clock
+    int64_t mDueUs = 0;
     int mTicks = 0;
 };
 //! [ticker]

@@ -32,11 +32,12 @@ need()
         { echo "$log" >&2; fail "apt-get could not install ${missing[*]}"; }
 }
 
-# build PRESET [CMAKE OPTION...]: configures and builds, without a word unless something goes wrong.
+# build PRESET [CMAKE OPTION...]: configures and builds, with one line unless something goes wrong.
 build()
 {
     local preset=$1 log
     shift
+    echo "building the preset $preset"
     log=$(cmake --preset "$preset" "$@" 2>&1) || { echo "$log" >&2; fail "cannot configure the preset $preset"; }
     log=$(cmake --build --preset "$preset" 2>&1) || { echo "$log" >&2; fail "cannot build the preset $preset"; }
 }
