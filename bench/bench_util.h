@@ -2,9 +2,6 @@
 
 #include <benchmark/benchmark.h>
 
-#include <malloc.h>
-#include <pthread.h>
-#include <sched.h>
 #include <algorithm>
 #include <chrono>
 #include <condition_variable>
@@ -13,8 +10,11 @@
 #include <cstdlib>
 #include <ctime>
 #include <initializer_list>
+#include <malloc.h>
 #include <map>
 #include <mutex>
+#include <pthread.h>
+#include <sched.h>
 #include <string>
 #include <vector>
 

@@ -61,7 +61,8 @@ Options ParseOptions(int argc, char** argv)
         } else if (c == 's') {
             char* end = nullptr;
             options.speed = strtod(optarg, &end);
-            if (end == optarg || *end != '\0' || !(options.speed == 0 || (options.speed >= 1e-3 && options.speed <= 1e6))) {
+            if (end == optarg || *end != '\0' ||
+                !(options.speed == 0 || (options.speed >= 1e-3 && options.speed <= 1e6))) {
                 usage();
             }
         } else {
@@ -79,8 +80,8 @@ Options ParseOptions(int argc, char** argv)
 
 Bytes ReadAll(const std::string& path)
 {
-    const std::unique_ptr<FILE, int (*)(FILE*)> file(path == "-" ? fdopen(dup(0), "rb") : fopen(path.c_str(), "rb"),
-                                                     fclose);
+    const std::unique_ptr<FILE, int (*)(FILE*)> file(
+        path == "-" ? fdopen(dup(0), "rb") : fopen(path.c_str(), "rb"), fclose);
     Bytes bytes;
     size_t got = 0;
     do {
@@ -260,10 +261,7 @@ private:
         Draw();
         mQueue.QueueMsg(this, 100'000'000);
     }
-    void Draw()
-    {
-        fprintf(stderr, "\r%s", ProgressBar(mPlayer.DoneSeconds(), mPlayer.TotalSeconds()).c_str());
-    }
+    void Draw() { fprintf(stderr, "\r%s", ProgressBar(mPlayer.DoneSeconds(), mPlayer.TotalSeconds()).c_str()); }
 
     const Player& mPlayer;
     bool mIsShown;

@@ -32,8 +32,7 @@ bool Receive(const osal::MediaParam& param)  // in the order of Send(): a parcel
     const auto format = osal::MediaMeta::Create();
     int64_t timeUs = 0;
     const char* mime = nullptr;
-    if (!format->ReadFromMediaParam(&param) || !format->GetString("mime", mime) ||
-        param.ReadInt64(&timeUs) != 0) {
+    if (!format->ReadFromMediaParam(&param) || !format->GetString("mime", mime) || param.ReadInt64(&timeUs) != 0) {
         return false;
     }
     const auto buffer = std::dynamic_pointer_cast<Buffer>(param.ReadPointer());

@@ -46,8 +46,8 @@ void ParseFormat(const Reader& fmt, WavFile& wav)
     const bool isPcm = tag == FORMAT_PCM && (bits == 8 || bits == 16 || bits == 24 || bits == 32);
     wav.isFloat = tag == FORMAT_FLOAT && (bits == 32 || bits == 64);
     if (!isPcm && !wav.isFloat) {
-        throw WavError("its format is neither PCM of 8, 16, 24 or 32 bits nor float of 32 or 64 (tag " + std::to_string(tag) + ", " +
-                       std::to_string(bits) + " bits)");
+        throw WavError("its format is neither PCM of 8, 16, 24 or 32 bits nor float of 32 or 64 (tag " +
+                       std::to_string(tag) + ", " + std::to_string(bits) + " bits)");
     }
     wav.channels = fmt.U16(2);
     wav.bitsPerSample = bits;
@@ -62,7 +62,8 @@ void ParseFormat(const Reader& fmt, WavFile& wav)
 // Texts of a file go into logs and to terminals.
 std::string Printable(std::string text)
 {
-    std::replace_if(text.begin(), text.end(), [](unsigned char c) { return c < ' ' || c == 0x7f; }, '?');
+    std::replace_if(
+        text.begin(), text.end(), [](unsigned char c) { return c < ' ' || c == 0x7f; }, '?');
     return text;
 }
 

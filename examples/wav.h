@@ -22,9 +22,9 @@ struct WavFile {
     int32_t bitsPerSample = 0;
     int32_t frameBytes = 0;  // of one sample of every channel
     bool isFloat = false;
-    Bytes fmtChunk;                           // as it stands in the file
+    Bytes fmtChunk;  // as it stands in the file
     std::map<std::string, std::string> info;  // LIST INFO: four-letter id to text
-    Bytes samples;                            // whole frames
+    Bytes samples;  // whole frames
 };
 
 // Throws WavError. A data size that streaming encoders leave behind (0 or the largest they can write) means

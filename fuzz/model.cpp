@@ -51,10 +51,10 @@ T Value(const std::string& image)
     return value;
 }
 
-struct Object : MediaMeta::MetaBase, MediaRefBase {
-};
+struct Object : MediaMeta::MetaBase, MediaRefBase {};
 
-const std::array<std::shared_ptr<Object>, 3> OBJECTS{nullptr, std::make_shared<Object>(), std::make_shared<Object>()};
+const std::array<std::shared_ptr<Object>, 3> OBJECTS{nullptr, std::make_shared<Object>(),
+                                                     std::make_shared<Object>()};
 
 template <typename T>
 std::string ObjectImage(const T& object)
@@ -144,7 +144,8 @@ public:
     {
         for (const auto& [key, item] : other) {
             const int32_t type = item->type;
-            if (type == META_TYPE_INT32 || type == META_TYPE_INT64 || (type >= META_TYPE_FLOAT && type <= META_TYPE_OBJECT)) {
+            if (type == META_TYPE_INT32 || type == META_TYPE_INT64 ||
+                (type >= META_TYPE_FLOAT && type <= META_TYPE_OBJECT)) {
                 if (!Set(meta, key, type, item->image)) {
                     log.push_back("Merge: Merge " + key + " failed");
                     return false;
@@ -306,7 +307,8 @@ struct Rule {
 };
 
 template <typename T>
-Rule PlainRule(int32_t type, bool (MediaMeta::*setter)(const char*, T), bool (MediaMeta::*getter)(const char*, T&) const)
+Rule PlainRule(int32_t type, bool (MediaMeta::*setter)(const char*, T),
+               bool (MediaMeta::*getter)(const char*, T&) const)
 {
     return {type,
             [=](MediaMeta& meta, const char* key, const std::string& image) {
@@ -337,7 +339,9 @@ const std::array<Rule, 16> RULES{
     PlainRule<MediaMeta::Fraction>(META_TYPE_FRACTION, &MediaMeta::SetFraction, &MediaMeta::GetFraction),
     PlainRule<MediaMeta::Rect>(META_TYPE_RECT, &MediaMeta::SetRect, &MediaMeta::GetRect),
     Rule{META_TYPE_STRING,
-         [](MediaMeta& meta, const char* key, const std::string& image) { return meta.SetString(key, image.c_str()); },
+         [](MediaMeta& meta, const char* key, const std::string& image) {
+             return meta.SetString(key, image.c_str());
+         },
          [](const MediaMeta& meta, const char* key, std::optional<std::string>& image) {
              const char* text = nullptr;
              const bool found = meta.GetString(key, text);
@@ -473,10 +477,11 @@ public:
                 Expect(key, it.Key(), "key");
                 Expect(item->type, static_cast<int32_t>(it.Value()->mType), "type");
                 std::optional<std::string> image;
-                const auto rule = std::find_if(RULES.begin(), RULES.end(), [type = item->type](const Rule& candidate) {
-                    return candidate.type == type;
-                });
-                Expect(rule != RULES.end(), rule != RULES.end() && rule->get(*mMetas[i], key.c_str(), image), "found");
+                const auto rule =
+                    std::find_if(RULES.begin(), RULES.end(),
+                                 [type = item->type](const Rule& candidate) { return candidate.type == type; });
+                Expect(rule != RULES.end(), rule != RULES.end() && rule->get(*mMetas[i], key.c_str(), image),
+                       "found");
                 Expect(item->image, image, "value");
                 ++it;
             }
@@ -485,7 +490,8 @@ public:
     }
 
 private:
-    static inline const Texts KEYS{"", "a", "ab", "B", "width", "a key that is longer than the short ones", "\xff"};
+    static inline const Texts KEYS{"",    "a", "ab", "B", "width", "a key that is longer than the short ones",
+                                   "\xff"};
 
     template <typename T>
     static void Expect(const T& expected, const T& actual, const char* what)
@@ -497,7 +503,8 @@ private:
 
     static int32_t PeekCount(const ModelParcel& parcel)
     {
-        return parcel.fixed.size() - parcel.readPos < 4 ? 0 : Value<int32_t>(parcel.fixed.substr(parcel.readPos, 4));
+        return parcel.fixed.size() - parcel.readPos < 4 ? 0
+                                                        : Value<int32_t>(parcel.fixed.substr(parcel.readPos, 4));
     }
 
     void WriteParcel(MediaParam& parcel, ModelParcel& model)
@@ -522,7 +529,8 @@ private:
                 break;
             case 4: {
                 const auto* pointer = Value<const uint8_t*>(mChoices.Bytes(8));
-                Expect(mModel.WriteFixed(model, Image(pointer)), parcel.WriteRawPointer(pointer), "WriteRawPointer");
+                Expect(mModel.WriteFixed(model, Image(pointer)), parcel.WriteRawPointer(pointer),
+                       "WriteRawPointer");
                 break;
             }
             case 5: {
@@ -578,8 +586,8 @@ private:
                 break;
             }
             default:
-                Expect(Model::ReadNext(model.refs, model.refIndex).value_or("0"), ObjectImage(parcel.ReadPointer()),
-                       "ReadPointer");
+                Expect(Model::ReadNext(model.refs, model.refIndex).value_or("0"),
+                       ObjectImage(parcel.ReadPointer()), "ReadPointer");
                 break;
         }
     }

@@ -1,11 +1,13 @@
 #!/usr/bin/env bash
-# clang-tidy and cppcheck over the sources of the library, the stand-ins and the examples; the benchmarks, whose
+# clang-format over all code, clang-tidy and cppcheck over the sources of the library, the stand-ins and the examples; the benchmarks, whose
 # peers' headers may be missing, are left to cppcheck.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/lib.sh
 
-need c++=g++ cmake=cmake ninja=ninja-build clang-tidy=clang-tidy cppcheck=cppcheck
+need c++=g++ cmake=cmake ninja=ninja-build clang-format=clang-format clang-tidy=clang-tidy cppcheck=cppcheck
+find bench examples fuzz include platform src tests '(' -name '*.cpp' -o -name '*.h' ')' -print0 |
+    xargs -0 clang-format --dry-run --Werror || fail "clang-format would write that differently"
 build debug -DOSAL_BUILD_TESTS=OFF
 find src platform examples -name '*.cpp' -print0 |
     xargs -0 -P "$(nproc)" -n 4 clang-tidy --quiet --extra-arg=-std=c++17 -p build/debug 2>/dev/null || fail "clang-tidy found something"

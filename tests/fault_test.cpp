@@ -123,8 +123,9 @@ int pthread_getschedparam(pthread_t thread, int* policy, sched_param* param) noe
 int pthread_setschedparam(pthread_t thread, int policy, const sched_param* param) noexcept
 {
     const int error = FailureOf("pthread_setschedparam");
-    return error != 0 ? error
-                      : Real<int(pthread_t, int, const sched_param*)>("pthread_setschedparam")(thread, policy, param);
+    return error != 0
+               ? error
+               : Real<int(pthread_t, int, const sched_param*)>("pthread_setschedparam")(thread, policy, param);
 }
 
 int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*body)(void*), void* arg) noexcept
@@ -245,11 +246,23 @@ TEST(Faults, OfEachSystemCallAreReportedAndLeaveNothingBehind)
     const auto sealFailed = Line("Memoryfd", "MemfdSetProtRegion($, 1): F_SEAL_FUTURE_WRITE seal failed: @.");
     const auto refused = Line("NuThread", "Start: Create thread t failed!");
     const FaultCase cases[] = {
-        {"memfd_create", {EINVAL, EMFILE, ENOSYS, EACCES}, create, {Line("Memoryfd", "MemfdCreateRegion(n, 4096) failed: @.")}},
-        {"ftruncate", {EFBIG, ENOSPC}, create, {Line("Memoryfd", "ftruncate(n, 4096) failed for memfd creation: @.")}},
-        {"fcntl add", {EINVAL}, seal, {sealFailed, Line("Memoryfd", "The kernel does not support this function.")}},
+        {"memfd_create",
+         {EINVAL, EMFILE, ENOSYS, EACCES},
+         create,
+         {Line("Memoryfd", "MemfdCreateRegion(n, 4096) failed: @.")}},
+        {"ftruncate",
+         {EFBIG, ENOSPC},
+         create,
+         {Line("Memoryfd", "ftruncate(n, 4096) failed for memfd creation: @.")}},
+        {"fcntl add",
+         {EINVAL},
+         seal,
+         {sealFailed, Line("Memoryfd", "The kernel does not support this function.")}},
         {"fcntl add", {EPERM, EBUSY}, seal, {sealFailed}},
-        {"fcntl get", {EINVAL}, [=] { EXPECT_FALSE(osal::MemfdIsValid(region)); }, {Line("Memoryfd", "Invalid memfd: $")}},
+        {"fcntl get",
+         {EINVAL},
+         [=] { EXPECT_FALSE(osal::MemfdIsValid(region)); },
+         {Line("Memoryfd", "Invalid memfd: $")}},
         {"fcntl dup",
          {EMFILE},
          [&] {
@@ -260,7 +273,9 @@ TEST(Faults, OfEachSystemCallAreReportedAndLeaveNothingBehind)
              close(kept);
          },
          {Line("Memoryfd", "MemfdCreateRegion(n, 4096) failed: @.")}},
-        {"fstat", {EIO, EOVERFLOW}, [=] { EXPECT_EQ(-1, osal::MemfdGetRegionSize(region)); },
+        {"fstat",
+         {EIO, EOVERFLOW},
+         [=] { EXPECT_EQ(-1, osal::MemfdGetRegionSize(region)); },
          {Line("Memoryfd", "MemfdGetRegionSize($): fstat failed: @.")}},
         {"clock_gettime",
          {EINVAL, EPERM},
@@ -272,11 +287,17 @@ TEST(Faults, OfEachSystemCallAreReportedAndLeaveNothingBehind)
          {{ANDROID_LOG_ERROR, std::nullopt, "GetTimeByClockType failed! clockType: 0"},
           {ANDROID_LOG_ERROR, std::nullopt, "GetTimeByClockType failed! clockType: 1"},
           {ANDROID_LOG_ERROR, std::nullopt, "GetTimeByClockType failed! clockType: 7"}}},
-        {"pthread_getschedparam", {ESRCH}, prioritise,
+        {"pthread_getschedparam",
+         {ESRCH},
+         prioritise,
          {Line("NuThread", "SetThreadPriority: pthread_getschedparam failed: @, No such process")}},
-        {"pthread_setschedparam", {EPERM}, prioritise,
+        {"pthread_setschedparam",
+         {EPERM},
+         prioritise,
          {Line("NuThread", "SetThreadPriority: pthread_setschedparam failed: @, Operation not permitted")}},
-        {"pthread_setschedparam", {EINVAL}, prioritise,
+        {"pthread_setschedparam",
+         {EINVAL},
+         prioritise,
          {Line("NuThread", "SetThreadPriority: pthread_setschedparam failed: @, Invalid argument")}},
         {"pthread_setschedparam",
          {EPERM},
@@ -311,7 +332,8 @@ TEST(Faults, OfEachSystemCallAreReportedAndLeaveNothingBehind)
             failingCall = nullptr;
             LogLines expected = fault.lines;
             for (LogLine& line : expected) {
-                for (const auto& [mark, number] : {std::pair('@', error), std::pair('$', region), std::pair('%', workerId)}) {
+                for (const auto& [mark, number] :
+                     {std::pair('@', error), std::pair('$', region), std::pair('%', workerId)}) {
                     if (const size_t at = line.text.find(mark); at != std::string::npos) {
                         line.text.replace(at, 1, std::to_string(number));
                     }
@@ -358,9 +380,11 @@ size_t ExpectWhole(const osal::MediaMeta& meta)
 
 bool Fill(osal::MediaMeta& meta)
 {
-    return meta.SetInt32(LONG_KEY.c_str(), 1) && meta.SetString("text", "a text that is longer than a short one") &&
+    return meta.SetInt32(LONG_KEY.c_str(), 1) &&
+           meta.SetString("text", "a text that is longer than a short one") &&
            meta.SetByteBuffer("bytes", gBytes, 3) &&
-           meta.SetObject("object", std::make_shared<osal::MediaMeta::MetaBase>()) && meta.SetString("text", "other");
+           meta.SetObject("object", std::make_shared<osal::MediaMeta::MetaBase>()) &&
+           meta.SetString("text", "other");
 }
 
 // Uses everything that allocates. False when an allocation failed that is not told by an exception.

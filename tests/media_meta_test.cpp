@@ -42,13 +42,13 @@ const auto gObject = std::make_shared<MediaMeta::MetaBase>();
 // An entry of each type under "k" and its number.
 void FillWithEachType(MediaMeta& meta)
 {
-    EXPECT_TRUE(meta.SetInt8("k01", INT8_MIN) && meta.SetInt16("k02", INT16_MIN) && meta.SetInt32("k03", INT32_MAX) &&
-                meta.SetInt64("k04", INT64_MAX) && meta.SetUint8("k05", UINT8_MAX) &&
-                meta.SetUint16("k06", UINT16_MAX) && meta.SetUint32("k07", UINT32_MAX) &&
-                meta.SetUint64("k08", UINT64_MAX) && meta.SetFloat("k09", 1.5F) && meta.SetDouble("k10", -0.25) &&
-                meta.SetPointer("k11", gBytes) && meta.SetString("k12", "text") &&
-                meta.SetByteBuffer("k13", gBytes, 5) && meta.SetFraction("k14", 6, -4) &&
-                meta.SetRect("k15", -1, INT32_MIN, 3, 0) && meta.SetObject("k16", gObject));
+    EXPECT_TRUE(
+        meta.SetInt8("k01", INT8_MIN) && meta.SetInt16("k02", INT16_MIN) && meta.SetInt32("k03", INT32_MAX) &&
+        meta.SetInt64("k04", INT64_MAX) && meta.SetUint8("k05", UINT8_MAX) && meta.SetUint16("k06", UINT16_MAX) &&
+        meta.SetUint32("k07", UINT32_MAX) && meta.SetUint64("k08", UINT64_MAX) && meta.SetFloat("k09", 1.5F) &&
+        meta.SetDouble("k10", -0.25) && meta.SetPointer("k11", gBytes) && meta.SetString("k12", "text") &&
+        meta.SetByteBuffer("k13", gBytes, 5) && meta.SetFraction("k14", 6, -4) &&
+        meta.SetRect("k15", -1, INT32_MIN, 3, 0) && meta.SetObject("k16", gObject));
 }
 
 }  // namespace
@@ -274,15 +274,25 @@ TEST(MediaMetaDump, WritesALineForEachType)
         return std::string(text);
     };
     const auto* block = ItemOf(meta, "k13")->mValue.byteBufferValue.data;
-    EXPECT_EQ((LogLines{debug("######## MediaMeta dump debug"), debug("empty item"), Error("Dump: Unknown item: 1"),
-                        Error("Dump: Unknown item: 2"), debug("(k03, int32_t:2147483647)"),
-                        debug("(k04, int64_t:9223372036854775807)"), Error("Dump: Unknown item: 5"),
-                        Error("Dump: Unknown item: 6"), Error("Dump: Unknown item: 7"),
-                        Error("Dump: Unknown item: 8"), debug("(k09, float:1.500000)"),
-                        debug("(k10, double:-0.250000)"), debug("(k11, pointer:" + address(gBytes) + ")"),
-                        debug("(k12, string:text)"), debug("(k13, bytebuffer(" + address(block) + ", 5))"),
-                        debug("(k14, fraction:(6/-4))"), debug("(k15, rect:(-1, -2147483648, 3, 0))"),
-                        debug("(k16, object:" + address(gObject.get()) + ")"), Error("Dump: Unknown item: 17"),
+    EXPECT_EQ((LogLines{debug("######## MediaMeta dump debug"),
+                        debug("empty item"),
+                        Error("Dump: Unknown item: 1"),
+                        Error("Dump: Unknown item: 2"),
+                        debug("(k03, int32_t:2147483647)"),
+                        debug("(k04, int64_t:9223372036854775807)"),
+                        Error("Dump: Unknown item: 5"),
+                        Error("Dump: Unknown item: 6"),
+                        Error("Dump: Unknown item: 7"),
+                        Error("Dump: Unknown item: 8"),
+                        debug("(k09, float:1.500000)"),
+                        debug("(k10, double:-0.250000)"),
+                        debug("(k11, pointer:" + address(gBytes) + ")"),
+                        debug("(k12, string:text)"),
+                        debug("(k13, bytebuffer(" + address(block) + ", 5))"),
+                        debug("(k14, fraction:(6/-4))"),
+                        debug("(k15, rect:(-1, -2147483648, 3, 0))"),
+                        debug("(k16, object:" + address(gObject.get()) + ")"),
+                        Error("Dump: Unknown item: 17"),
                         debug("(k99, string:(null))")}),
               log.Lines());
 }

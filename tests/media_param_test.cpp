@@ -75,7 +75,8 @@ TEST(MediaParamFixed, ReadsIntoPlacesAndLeavesThemAloneOnFailure)
         EXPECT_EQ(expected, param.ReadFloat(&single));
         EXPECT_EQ(expected, param.ReadDouble(&wide));
         EXPECT_EQ(expected, param.ReadRawPointer(&pointer));
-        EXPECT_TRUE(int32 == INT32_MIN && int64 == INT64_MIN && single == -1.5F && wide == 0.1 && pointer == &byte);
+        EXPECT_TRUE(int32 == INT32_MIN && int64 == INT64_MIN && single == -1.5F && wide == 0.1 &&
+                    pointer == &byte);
     }
     EXPECT_EQ(LogLines(5, READ_FAILED), log.Lines());
     EXPECT_EQ(ERR_NO_MORE, param.ReadInt32(nullptr));

@@ -148,8 +148,9 @@ TEST(Memfd, ReportsAFileThatWasNotMadeForSealing)
     const LogCapture log;
     EXPECT_TRUE(osal::MemfdIsValid(fd));
     EXPECT_EQ(-1, osal::MemfdSetProtRegion(fd, PROT_READ));
-    EXPECT_EQ(LogLines{Error("MemfdSetProtRegion(" + std::to_string(fd) + ", 1): F_SEAL_FUTURE_WRITE seal failed: 1.")},
-              log.Lines());
+    EXPECT_EQ(
+        LogLines{Error("MemfdSetProtRegion(" + std::to_string(fd) + ", 1): F_SEAL_FUTURE_WRITE seal failed: 1.")},
+        log.Lines());
     close(fd);
 }
 
@@ -161,8 +162,8 @@ TEST(Memfd, GivesNoWrongSize)
         const Region region(size);
         const LogCapture log;
         EXPECT_EQ(-1, osal::MemfdGetRegionSize(region));
-        EXPECT_EQ(LogLines{Error("MemfdGetRegionSize(" + std::to_string(region) + "): size " + std::to_string(size) +
-                                 " is more than an int holds.")},
+        EXPECT_EQ(LogLines{Error("MemfdGetRegionSize(" + std::to_string(region) + "): size " +
+                                 std::to_string(size) + " is more than an int holds.")},
                   log.Lines());
     }
 }

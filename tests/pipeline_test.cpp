@@ -19,8 +19,8 @@ struct WavPieces {
     uint16_t channels = 2;
     uint32_t sampleRate = 44100;
     uint16_t bits = 16;
-    std::string fmtTail;       // behind the 16 bytes of the plain format
-    std::string beforeData;    // whole chunks
+    std::string fmtTail;  // behind the 16 bytes of the plain format
+    std::string beforeData;  // whole chunks
     std::string afterData;
     size_t frames = 2000;
     std::optional<uint32_t> riffSize;
@@ -55,11 +55,10 @@ std::string Samples(const WavPieces& pieces)
 std::string Build(const WavPieces& pieces)
 {
     const int frameBytes = pieces.channels * pieces.bits / 8;
-    const std::string fmt = LittleEndian(pieces.tag, 2) + LittleEndian(pieces.channels, 2) +
-                            LittleEndian(pieces.sampleRate, 4) +
-                            LittleEndian(pieces.sampleRate * static_cast<uint32_t>(frameBytes), 4) +
-                            LittleEndian(static_cast<uint64_t>(frameBytes), 2) + LittleEndian(pieces.bits, 2) +
-                            pieces.fmtTail;
+    const std::string fmt =
+        LittleEndian(pieces.tag, 2) + LittleEndian(pieces.channels, 2) + LittleEndian(pieces.sampleRate, 4) +
+        LittleEndian(pieces.sampleRate * static_cast<uint32_t>(frameBytes), 4) +
+        LittleEndian(static_cast<uint64_t>(frameBytes), 2) + LittleEndian(pieces.bits, 2) + pieces.fmtTail;
     std::string data = Chunk("data", Samples(pieces));
     data.replace(4, 4, LittleEndian(pieces.dataSize.value_or(static_cast<uint32_t>(Samples(pieces).size())), 4));
     const std::string body = "WAVE" + Chunk("fmt ", fmt) + pieces.beforeData + data + pieces.afterData;
@@ -94,8 +93,9 @@ protected:
         std::remove((mBase + ".out").c_str());
         std::ofstream(mBase + ".in", std::ios::binary) << wav;
         const char* const moved = std::getenv("MEDIA_PIPELINE");  // where the built tree was copied elsewhere
-        const std::string command = std::string(moved != nullptr ? moved : MEDIA_PIPELINE) + " --speed 0 --out '" + mBase + ".out' - < '" + mBase +
-                                    ".in' > '" + mBase + ".log' 2> '" + mBase + ".err'";
+        const std::string command = std::string(moved != nullptr ? moved : MEDIA_PIPELINE) + " --speed 0 --out '" +
+                                    mBase + ".out' - < '" + mBase + ".in' > '" + mBase + ".log' 2> '" + mBase +
+                                    ".err'";
         const int status = std::system(command.c_str());
         return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     }
@@ -119,8 +119,8 @@ protected:
 
 TEST_F(PipelineTest, PlaysEverySampleFormat)
 {
-    for (const auto& [tag, bits] : std::vector<std::pair<uint16_t, uint16_t>>{
-             {1, 8}, {1, 16}, {1, 24}, {1, 32}, {3, 32}, {3, 64}}) {
+    for (const auto& [tag, bits] :
+         std::vector<std::pair<uint16_t, uint16_t>>{{1, 8}, {1, 16}, {1, 24}, {1, 32}, {3, 32}, {3, 64}}) {
         for (const uint16_t channels : std::vector<uint16_t>{1, 2, 7}) {
             SCOPED_TRACE(std::to_string(tag) + " " + std::to_string(bits) + " " + std::to_string(channels));
             WavPieces pieces;
@@ -140,7 +140,8 @@ TEST_F(PipelineTest, PlaysEverySampleFormat)
 TEST_F(PipelineTest, SkipsUnknownChunksAndTakesTextsAsMetadata)
 {
     WavPieces pieces;
-    pieces.beforeData = Chunk("JUNK", "odd") + Chunk("LIST", "INFO" + Chunk("INAM", "Odd title") + Chunk("IXYZ", "own\n"));
+    pieces.beforeData =
+        Chunk("JUNK", "odd") + Chunk("LIST", "INFO" + Chunk("INAM", "Odd title") + Chunk("IXYZ", "own\n"));
     pieces.afterData = Chunk("cue ", "x") + Chunk("LIST", "INFO" + Chunk("IART", "Artist"));
     ExpectPlayed(pieces);
     const std::string log = ReadFile(mBase + ".err");

@@ -70,8 +70,8 @@ TEST(Log, WritesTheColumnsOfThreadtime)
     __android_log_print(ANDROID_LOG_DEBUG, "ALongerTagThanTheColumn", "%s", longText.c_str());
     const auto lines = CapturedLines();
     ASSERT_EQ(4U, lines.size());
-    const std::string head = "[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}[.][0-9]{3} +" + std::to_string(getpid()) + " +" +
-                             std::to_string(gettid()) + " ";
+    const std::string head = "[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}[.][0-9]{3} +" +
+                             std::to_string(getpid()) + " +" + std::to_string(gettid()) + " ";
     EXPECT_THAT(lines[0], testing::MatchesRegex(head + "W Tag     : text=5"));
     EXPECT_THAT(lines[1], testing::MatchesRegex(head + "[?]         : no tag"));
     EXPECT_THAT(lines[2], testing::MatchesRegex(head + "[?]         : no tag"));

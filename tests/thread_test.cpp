@@ -70,9 +70,8 @@ TEST(ThreadTest, NamesItsWorkerAndSetsItsPriority)
     const std::string id = std::to_string(thread.GetId());  // of the ended worker, while it is not stopped
     thread.Stop();
     const std::string reason = std::to_string(EPERM) + ", " + strerror(EPERM);
-    const LogLines refused{
-        {ANDROID_LOG_ERROR, TAG, "SetThreadPriority: pthread_setschedparam failed: " + reason},
-        {ANDROID_LOG_WARN, TAG, "worker-with-a-long-name, SetThreadPriority ret:1, mId:" + id}};
+    const LogLines refused{{ANDROID_LOG_ERROR, TAG, "SetThreadPriority: pthread_setschedparam failed: " + reason},
+                           {ANDROID_LOG_WARN, TAG, "worker-with-a-long-name, SetThreadPriority ret:1, mId:" + id}};
     EXPECT_EQ(allowed ? LogLines{} : refused, log.Lines());
     EXPECT_EQ(-1, thread.GetId());
 }
@@ -122,7 +121,8 @@ TEST(ThreadTest, RunsUntilStoppedAndAgainUnderANewName)
         ASSERT_TRUE(ran.Wait());
         thread.Stop();
         if (name[0] == '\0') {
-            EXPECT_EQ((LogLines{{ANDROID_LOG_WARN, TAG, "SetThreadName: ThreadName can't be empty."}}), ThreadLines(log));
+            EXPECT_EQ((LogLines{{ANDROID_LOG_WARN, TAG, "SetThreadName: ThreadName can't be empty."}}),
+                      ThreadLines(log));
             EXPECT_EQ(KernelThreadName(osal::GetTid()), seenName);
         } else {
             EXPECT_EQ(name, seenName);

@@ -45,7 +45,8 @@ TEST(Clocks, ReportAnUnknownClockWithoutTag)
 {
     const LogCapture log;
     EXPECT_EQ(-1, osal::GetTimeByClockType(100));
-    EXPECT_EQ((LogLines{{ANDROID_LOG_ERROR, std::nullopt, "GetTimeByClockType failed! clockType: 100"}}), log.Lines());
+    EXPECT_EQ((LogLines{{ANDROID_LOG_ERROR, std::nullopt, "GetTimeByClockType failed! clockType: 100"}}),
+              log.Lines());
 }
 
 TEST(ThreadUtils, IdentifyTheCallingThread)
@@ -66,7 +67,8 @@ TEST(ThreadUtils, NameTheCallingThreadByFifteenBytes)
         EXPECT_EQ(LogLines{}, log.Lines());
         osal::SetThreadName("");
         EXPECT_EQ("twenty-characte", KernelThreadName(osal::GetTid()));
-        EXPECT_EQ((LogLines{{ANDROID_LOG_WARN, "NuThread", "SetThreadName: ThreadName can't be empty."}}), log.Lines());
+        EXPECT_EQ((LogLines{{ANDROID_LOG_WARN, "NuThread", "SetThreadName: ThreadName can't be empty."}}),
+                  log.Lines());
     });
 }
 

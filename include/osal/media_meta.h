@@ -312,15 +312,15 @@ public:
 
     /// A new container with the same entries. It shares every item with this one, except texts and byte
     /// blocks, which are copied: setting a shared key in one container changes it in both. Empty pointer,
-    /// with one error line or two, when a text or a block cannot be copied: an entry that came from a parcel without its
-    /// value, or no memory for a text. This container never changes.
+    /// with one error line or two, when a text or a block cannot be copied: an entry that came from a parcel
+    /// without its value, or no memory for a text. This container never changes.
     std::shared_ptr<MediaMeta> Copy() const;
 
     /// Sets every entry of `other` here through the setters, in key order; objects are shared. Stops with
     /// false and an error line at the first entry that its setter refuses; those before it stay merged.
     /// Entries that have no part in it (8- and 16-bit, unsigned and empty ones, types that there are not) are
-    /// skipped with an error line each and do not count as failures. False, with nothing logged, for an empty `other`. If
-    /// memory runs out, the entries merged so far stay.
+    /// skipped with an error line each and do not count as failures. False, with nothing logged, for an empty
+    /// `other`. If memory runs out, the entries merged so far stay.
     bool Merge(std::shared_ptr<MediaMeta> other);
 
     /// The first entry, or End() where there is none. Keeps what it hands out in the container, so although

@@ -67,9 +67,9 @@ private:
 };
 
 /// **Destroy a queue only when no other thread is in one of its operations**, and a handler only when the queue is
-/// done with it: RemoveMsg() does not wait for a HandleMsg() already running, so it does not by itself make it safe to
-/// delete the handler. RemoveMsg() and Stop() call NotifyFinished() under the queue's lock: it must not call
-/// back into the queue.
+/// done with it: RemoveMsg() does not wait for a HandleMsg() already running, so it does not by itself make it
+/// safe to delete the handler. RemoveMsg() and Stop() call NotifyFinished() under the queue's lock: it must not
+/// call back into the queue.
 ///
 /// A queue runs message handlers one after another, in due-time order, on a worker thread of its own. Handlers
 /// stay the caller's.

@@ -46,8 +46,7 @@ void LogFrame(const char* logtag, size_t number, uintptr_t returnAddress)
         return;
     }
     int status = 0;
-    const std::unique_ptr<char, Free> demangled(
-        abi::__cxa_demangle(info.dli_sname, nullptr, nullptr, &status));
+    const std::unique_ptr<char, Free> demangled(abi::__cxa_demangle(info.dli_sname, nullptr, nullptr, &status));
     __android_log_print(ANDROID_LOG_DEBUG, logtag, "#%02zu pc %016zx  %s (%s+%zu)", number, offset, file,
                         demangled ? demangled.get() : info.dli_sname,
                         address - reinterpret_cast<uintptr_t>(info.dli_saddr));

@@ -54,10 +54,11 @@ int __android_log_print(int prio, const char* tag, const char* fmt, ...)
     va_end(args);
     // The columns of `logcat -v threadtime`.
     const int lineSize =
-        textSize < 0 ? -1
-                     : asprintf(&line, "%02d-%02d %02d:%02d:%02d.%03ld %5d %5ld %c %-8s: %s\n", local.tm_mon + 1,
-                                local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec, now.tv_nsec / 1'000'000,
-                                getpid(), syscall(SYS_gettid), PriorityLetter(prio), tag != nullptr ? tag : "", text);
+        textSize < 0
+            ? -1
+            : asprintf(&line, "%02d-%02d %02d:%02d:%02d.%03ld %5d %5ld %c %-8s: %s\n", local.tm_mon + 1,
+                       local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec, now.tv_nsec / 1'000'000, getpid(),
+                       syscall(SYS_gettid), PriorityLetter(prio), tag != nullptr ? tag : "", text);
     int result = -ENOMEM;
     if (lineSize >= 0) {
         flockfile(stderr);  // for lines that take more than one write()

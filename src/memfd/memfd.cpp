@@ -45,8 +45,8 @@ int MemfdCreateRegion(std::string name, unsigned long size)
     }
     const int fd = CreateMemoryFile(name.c_str());
     if (fd == -1) {
-        __android_log_print(ANDROID_LOG_ERROR, TAG, "%s(%s, %zd) failed: %d.", __func__, name.c_str(),
-                            signedSize, errno);
+        __android_log_print(ANDROID_LOG_ERROR, TAG, "%s(%s, %zd) failed: %d.", __func__, name.c_str(), signedSize,
+                            errno);
         return -1;
     }
     if (ftruncate(fd, signedSize) == -1) {
@@ -78,8 +78,8 @@ int MemfdSetProtRegion(int fd, int prot)
     }
     if (fcntl(fd, F_ADD_SEALS, SEAL_FUTURE_WRITE) == -1) {
         const int error = errno;
-        __android_log_print(ANDROID_LOG_ERROR, TAG, "%s(%d, %d): F_SEAL_FUTURE_WRITE seal failed: %d.",
-                            __func__, fd, prot, error);
+        __android_log_print(ANDROID_LOG_ERROR, TAG, "%s(%d, %d): F_SEAL_FUTURE_WRITE seal failed: %d.", __func__,
+                            fd, prot, error);
         if (error == EINVAL) {
             __android_log_print(ANDROID_LOG_ERROR, TAG, "The kernel does not support this function.");
         }
@@ -99,8 +99,8 @@ int MemfdGetRegionSize(int fd)
         return -1;
     }
     if (status.st_size > INT_MAX) {
-        __android_log_print(ANDROID_LOG_ERROR, TAG, "%s(%d): size %lld is more than an int holds.", __func__,
-                            fd, static_cast<long long>(status.st_size));
+        __android_log_print(ANDROID_LOG_ERROR, TAG, "%s(%d): size %lld is more than an int holds.", __func__, fd,
+                            static_cast<long long>(status.st_size));
         return -1;
     }
     return static_cast<int>(status.st_size);

@@ -20,7 +20,8 @@ const Item* FindItem(const MediaMeta::ItemMap& items, const char* key, MetaType 
 }
 
 template <typename T, typename Stored>
-bool GetPlain(const MediaMeta::ItemMap& items, const char* key, MetaType type, Stored Item::Value::*member, T& value)
+bool GetPlain(const MediaMeta::ItemMap& items, const char* key, MetaType type, Stored Item::Value::*member,
+              T& value)
 {
     const Item* item = FindItem(items, key, type);
     if (item == nullptr) {

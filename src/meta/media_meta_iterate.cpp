@@ -73,8 +73,8 @@ void MediaMeta::Dump() const
                                     value.fractionValue.num, value.fractionValue.den);
                 break;
             case META_TYPE_RECT:
-                __android_log_print(ANDROID_LOG_DEBUG, META_LOG_TAG, "(%s, rect:(%d, %d, %d, %d))", key, value.rectValue.a,
-                                    value.rectValue.b, value.rectValue.c, value.rectValue.d);
+                __android_log_print(ANDROID_LOG_DEBUG, META_LOG_TAG, "(%s, rect:(%d, %d, %d, %d))", key,
+                                    value.rectValue.a, value.rectValue.b, value.rectValue.c, value.rectValue.d);
                 break;
             case META_TYPE_OBJECT:
                 __android_log_print(ANDROID_LOG_DEBUG, META_LOG_TAG, "(%s, object:%p)", key,

@@ -61,8 +61,8 @@ bool MediaMeta::WriteToMediaParam(MediaParam* param)
                 carried = false;
                 break;
             default:
-                __android_log_print(ANDROID_LOG_ERROR, META_LOG_TAG, "%s: Should not be here mType: %d",
-                                    __func__, item->mType);
+                __android_log_print(ANDROID_LOG_ERROR, META_LOG_TAG, "%s: Should not be here mType: %d", __func__,
+                                    item->mType);
                 carried = false;
                 break;
         }
@@ -132,8 +132,8 @@ bool MediaMeta::ReadFromMediaParam(const MediaParam* param)
                 complete = false;
                 break;
             default:
-                __android_log_print(ANDROID_LOG_ERROR, META_LOG_TAG, "%s: Should not be here mType: %d",
-                                    __func__, type);
+                __android_log_print(ANDROID_LOG_ERROR, META_LOG_TAG, "%s: Should not be here mType: %d", __func__,
+                                    type);
                 complete = false;
                 break;
         }

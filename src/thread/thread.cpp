@@ -38,8 +38,7 @@ int32_t Thread::Start(const std::string& name, Priority priority)
     // Held until the thread exists and all is recorded: the worker's first act is to take it.
     const std::lock_guard<std::mutex> lock(mMutex);
     if (mThread) {
-        __android_log_print(ANDROID_LOG_INFO, TAG, "%s:  Thread %s is not stop, ignore!", __func__,
-                            mName.c_str());
+        __android_log_print(ANDROID_LOG_INFO, TAG, "%s:  Thread %s is not stop, ignore!", __func__, mName.c_str());
         return -EEXIST;
     }
     mName = name;
@@ -102,8 +101,8 @@ void Thread::ThreadFunc()
     SetThreadName(mName);
     const int error = SetThreadPriority(GetThreadId(), mPriority);
     if (error != 0) {
-        __android_log_print(ANDROID_LOG_WARN, TAG, "%s, SetThreadPriority ret:%d, mId:%d", mName.c_str(),
-                            error, mId);
+        __android_log_print(ANDROID_LOG_WARN, TAG, "%s, SetThreadPriority ret:%d, mId:%d", mName.c_str(), error,
+                            mId);
     }
     // Once Run() has destroyed the object, nothing of it may be read or called.
     while (!mStop && Run() && tWorkerOf == this) {

@@ -47,15 +47,15 @@ int SetThreadPriority(long thread, int priority)
     sched_param param{};
     int error = pthread_getschedparam(handle, &policy, &param);
     if (error != 0) {
-        __android_log_print(ANDROID_LOG_ERROR, TAG, "%s: pthread_getschedparam failed: %d, %s", __func__,
-                            error, strerror(error));
+        __android_log_print(ANDROID_LOG_ERROR, TAG, "%s: pthread_getschedparam failed: %d, %s", __func__, error,
+                            strerror(error));
         return error;
     }
     param.sched_priority = priority;
     error = pthread_setschedparam(handle, SCHED_FIFO, &param);
     if (error != 0) {
-        __android_log_print(ANDROID_LOG_ERROR, TAG, "%s: pthread_setschedparam failed: %d, %s", __func__,
-                            error, strerror(error));
+        __android_log_print(ANDROID_LOG_ERROR, TAG, "%s: pthread_setschedparam failed: %d, %s", __func__, error,
+                            strerror(error));
         return error;
     }
     return 0;
