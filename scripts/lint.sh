@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# clang-format over all code, clang-tidy and cppcheck over the sources of the library, the stand-ins and the examples; the benchmarks, whose
-# peers' headers may be missing, are left to cppcheck.
+# clang-format over all code, clang-tidy and cppcheck over the sources of the library, the stand-ins and the
+# examples. The benchmarks, whose peers' headers may be missing, are left to cppcheck.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/lib.sh
