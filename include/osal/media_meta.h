@@ -325,9 +325,21 @@ public:
 
     /// The first entry, or End() where there is none. Keeps what it hands out in the container, so although
     /// const it must not run beside any other use of it.
-    ConstIterator Begin() const;
+    ConstIterator Begin() const
+    {
+        if (!mBeginIter || mBeginIter->mIter != mItems.begin()) {
+            Keep(mBeginIter, mItems.begin());
+        }
+        return *mBeginIter;
+    }
     /// The position behind the last entry; as Begin().
-    ConstIterator End() const;
+    ConstIterator End() const
+    {
+        if (!mEndIter) {  // the end is the same for good
+            Keep(mEndIter, mItems.end());
+        }
+        return *mEndIter;
+    }
 
     /// Writes every entry to the log at debug priority, one without type without its key. The 8- and 16-bit and
     /// the unsigned integers, and types that there are not, are reported as unknown items at error priority,
@@ -352,6 +364,8 @@ public:
     bool ReadFromMediaParam(const MediaParam* param);
 
 private:
+    void Keep(std::unique_ptr<ConstIterator>& slot, ItemMap::const_iterator position) const;
+
     ItemMap mItems;
     // What Begin() and End() handed out last.
     mutable std::unique_ptr<ConstIterator> mBeginIter;

@@ -18,20 +18,9 @@ const std::shared_ptr<MediaMeta::MetaItem>& MediaMeta::ConstIterator::EmptyValue
     return emptyValue;
 }
 
-MediaMeta::ConstIterator MediaMeta::Begin() const
+void MediaMeta::Keep(std::unique_ptr<ConstIterator>& slot, ItemMap::const_iterator position) const
 {
-    if (!mBeginIter || mBeginIter->mIter != mItems.begin()) {
-        mBeginIter = std::make_unique<ConstIterator>(mItems, mItems.begin());
-    }
-    return *mBeginIter;
-}
-
-MediaMeta::ConstIterator MediaMeta::End() const
-{
-    if (!mEndIter) {  // the end is the same for good
-        mEndIter = std::make_unique<ConstIterator>(mItems, mItems.end());
-    }
-    return *mEndIter;
+    slot = std::make_unique<ConstIterator>(mItems, position);
 }
 
 void MediaMeta::Dump() const
