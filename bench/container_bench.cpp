@@ -48,7 +48,7 @@ private:
     std::shared_ptr<osal::MediaMeta> mMeta;
 };
 
-// Copies share the values, as the library's do.
+// Copies share the values, as the library's do but for texts.
 class SharedMap {
 public:
     static constexpr const char* NAME = "map_shared_ptr";
@@ -82,8 +82,23 @@ public:
     }
     SharedMap Copy() const { return *this; }
 
-private:
+protected:
     std::map<std::string, std::shared_ptr<Value>> mMap;
+};
+
+// Each copy has texts of its own, too.
+class OwnTextsMap : public SharedMap {
+public:
+    OwnTextsMap Copy() const
+    {
+        OwnTextsMap copy(*this);
+        for (auto& [key, value] : copy.mMap) {
+            if (std::holds_alternative<std::string>(*value)) {
+                value = std::make_shared<Value>(*value);
+            }
+        }
+        return copy;
+    }
 };
 
 class StdMap : public VariantMap<std::map<std::string, Value>> {
@@ -93,8 +108,10 @@ public:
     StdMap Copy() const { return *this; }
 };
 
-const bool REGISTERED =
-    RegisterContainer<OsalContainer>() && RegisterContainer<SharedMap>() && RegisterContainer<StdMap>();
+const bool REGISTERED = [] {
+    RegisterSizes("container/copy", "map_own_texts", Copy<OwnTextsMap>);
+    return RegisterContainer<OsalContainer>() && RegisterContainer<SharedMap>() && RegisterContainer<StdMap>();
+}();
 
 }  // namespace
 

@@ -449,12 +449,18 @@ void EntryMemory(benchmark::State& state)
     state.counters["bytes"] = bytes / static_cast<double>(ROUNDS * entries.size());
 }
 
+inline benchmark::internal::Benchmark* RegisterSizes(const char* row, const char* subject,
+                                                     void (*function)(benchmark::State&))
+{
+    return Register(row, subject, function)->ArgName("entries")->Arg(16)->Arg(128);
+}
+
 // The result is there to initialise a constant with.
 template <typename Container>
 bool RegisterContainer()
 {
     const auto add = [](const char* row, void (*function)(benchmark::State&)) {
-        return Register(row, Container::NAME, function)->ArgName("entries")->Arg(16)->Arg(128);
+        return RegisterSizes(row, Container::NAME, function);
     };
     add("container/build", Build<Container>);
     add("container/read", Read<Container>);
