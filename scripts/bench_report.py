@@ -21,8 +21,8 @@ NAMES = {
 # Not libraries but the least that the same takes.
 BOUNDS = {
     "condvar": "condition variable", "locked_deque": "locked deque", "clock_nanosleep": "clock_nanosleep",
-    "map_shared_ptr": "map of shared_ptr", "map_own_texts": "map of shared_ptr, texts copied", "map_variant": "map of variant", "memcpy": "memcpy",
-    "std_thread": "std::thread", "clock_gettime": "clock_gettime", "raw_calls": "system calls",
+    "map_shared_ptr": "map of shared_ptr", "map_own_texts": "map of shared_ptr, texts copied",
+    "map_variant": "map of variant", "memcpy": "memcpy", "std_thread": "std::thread", "clock_gettime": "clock_gettime", "raw_calls": "system calls",
 }
 # Row, title, unit of "ns". The tables show all of them, the picture those with a title for it.
 ROWS = [

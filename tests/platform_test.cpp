@@ -4,8 +4,8 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
-#include <climits>
 #include <cstring>
+#include <cwchar>
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <future>
@@ -134,7 +134,8 @@ TEST(Log, WaitsForAReaderAndReportsWhatItCannotWrite)
     EXPECT_GT(received, text.size());
     EXPECT_EQ(received, static_cast<size_t>(written));
     EXPECT_EQ(-EBADF, refused);
-    EXPECT_EQ(-ENOMEM, __android_log_print(ANDROID_LOG_INFO, "T", "%*d%s", INT_MAX, 1, text.c_str()));
+    const wint_t notACharacter = 0x110000;  // which fails as memory that runs out does
+    EXPECT_EQ(-ENOMEM, __android_log_print(ANDROID_LOG_INFO, "T", "%lc", notACharacter));
 }
 
 __attribute__((noinline, visibility("default"))) void LogStack(int32_t ignoreDepth)
