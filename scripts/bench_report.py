@@ -66,6 +66,9 @@ NOTES = [
     " QVariantMap.",
     "- \"of 16\" is the size of the container; a third of the keys are longer than 15 characters.",
     "- The parcel that is called memcpy checks nothing.",
+    "- Removal goes through messages that are due at once, which share a list. Where each has a due time of its own, it"
+    " touches two nodes for each: with 100,000 pending, 20 to 50 ns if they were queued in the order of their due times,"
+    " and 140 to 180 ns, the cache misses of both, if in none.",
 ]
 
 AHEAD = [
