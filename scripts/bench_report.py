@@ -74,11 +74,10 @@ NOTES = [
 AHEAD = [
     "- Queue: libuv and the locked deque hand over a vector or a deque. No message of theirs has a due time, and"
     " libuv's cannot be withdrawn.",
-    "- Timers: about a third of the time goes into sleeping and waking in the system, which any timer that is kept to"
-    " the microsecond takes. The rest is a search among all that is pending and two nodes for each message with a due"
-    " time of its own, without which `RemoveMsg()` could not drop the messages of one handler in due-time order. Asio and"
-    " libevent keep a heap in an array. libevent's usual clock saves most of the waking: its timers are milliseconds"
-    " late, many at a time.",
+    "- Timers: a third or more of the time goes into sleeping, waking and contending for the lock. Most of the rest is"
+    " the ordered map of lists that holds the pending messages: a search among all of them, and two nodes for a message"
+    " with a due time of its own. Asio and libevent keep a heap in an array. libevent's usual clock saves waking: its"
+    " timers are milliseconds late, many at a time.",
     "- Lateness at ordinary priority: the system lets every ordinary thread that waits on a condition variable be 50"
     " microseconds late. Asio and the precise libevent wait for a timer's descriptor, which is exempt, as real-time"
     " threads are: the priority that workers of osal ask for.",
