@@ -82,7 +82,8 @@ class ItemTimer {
 public:
     explicit ItemTimer(benchmark::State& state) : mState(state)
     {
-        // Tidies up what benchmarks before this one have left on the heap: it would happen in this one's time.
+        // Tidies up what earlier rounds of this process have left on the heap: else that would happen in this
+        // one's time, and its nodes would be scattered among the remains. So the timer is made before the nodes.
         malloc_trim(0);
     }
 

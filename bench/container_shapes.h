@@ -343,9 +343,9 @@ template <typename Container, typename Work>
 void TimeFilled(benchmark::State& state, Work work)
 {
     const std::vector<Entry> entries = Entries(state);
+    ItemTimer timer(state);
     Container container;
     SetAll(container, entries, 0);
-    ItemTimer timer(state);
     for (auto _ : state) {
         if (!work(container, entries, timer)) {
             state.SkipWithError("wrong values");

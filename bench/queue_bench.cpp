@@ -3,6 +3,8 @@
 #include "queue_shapes.h"
 
 #include <deque>
+#include <list>
+#include <map>
 
 namespace {
 
@@ -162,7 +164,82 @@ public:
     }
 };
 
-const bool REGISTERED = RegisterQueue<OsalQueue, ALL_BUT_REMOVAL | REMOVAL>() &&
+// A map from due time to list, as the queue keeps its messages in, but alone: no thread, no lock, nobody to wake.
+using MapOfLists = std::map<uint64_t, std::list<std::pair<osal::IMsgHandler*, int32_t>>>;
+
+void FileIn(MapOfLists& pending, osal::IMsgHandler* handler, uint64_t dueNs)
+{
+    pending.try_emplace(pending.end(), dueNs)->second.emplace_back(handler, 0);
+}
+
+void TimersInMap(benchmark::State& state)
+{
+    CountDown work;
+    MapOfLists pending;
+    const auto runDue = [&pending](uint64_t nowNs) {
+        while (!pending.empty() && pending.begin()->first <= nowNs) {
+            for (auto& [handler, arg] : pending.begin()->second) {
+                handler->HandleMsg(arg);
+            }
+            pending.erase(pending.begin());
+        }
+    };
+    const auto runAll = [&] {
+        work.Expect(DELAYS);
+        for (uint64_t i = 0; i < DELAYS; ++i) {
+            const uint64_t nowNs = NowNs();
+            FileIn(pending, &work, nowNs + DelayNs(i, Due::IN_NO_ORDER));
+            runDue(nowNs);
+        }
+        runDue(UINT64_MAX);
+        work.Wait();
+    };
+    ItemTimer timer(state);
+    runAll();  // not timed, as with the queues
+    for (auto _ : state) {
+        const uint64_t beginNs = ClockNs(CLOCK_PROCESS_CPUTIME_ID);
+        runAll();
+        timer.Add(ClockNs(CLOCK_PROCESS_CPUTIME_ID) - beginNs, DELAYS);
+    }
+    timer.Report();
+}
+
+// Only looks for the message, and takes nothing out.
+template <Due DUE>
+void RemovalInMap(benchmark::State& state)
+{
+    const auto messages = static_cast<uint64_t>(state.range(0));
+    ItemTimer timer(state);
+    CountDown others;
+    CountDown removed;
+    MapOfLists pending;
+    for (uint64_t i = 0; i < messages; ++i) {
+        FileIn(pending, i == messages / 2 ? &removed : &others, NowNs() + DelayNs(i, DUE));
+    }
+    for (auto _ : state) {
+        uint64_t found = 0;
+        const uint64_t beginNs = NowNs();
+        for (const auto& [dueNs, items] : pending) {
+            for (const auto& [handler, arg] : items) {
+                found += handler == &removed ? 1 : 0;
+            }
+        }
+        benchmark::DoNotOptimize(found);
+        timer.Add(NowNs() - beginNs, messages);
+    }
+    timer.Report();
+}
+
+bool RegisterMap()
+{
+    constexpr const char* NAME = "map_of_lists";
+    Register("queue/timers", NAME, TimersInMap);
+    RegisterRemoval("queue/removal_in_order", NAME, RemovalInMap<Due::IN_ORDER>);
+    RegisterRemoval("queue/removal_in_no_order", NAME, RemovalInMap<Due::IN_NO_ORDER>);
+    return true;
+}
+
+const bool REGISTERED = RegisterQueue<OsalQueue, ALL_BUT_REMOVAL | REMOVAL | REMOVAL_TIMED>() && RegisterMap() &&
                         RegisterQueue<LockedDeque, WITHOUT_DELAY | REMOVAL>() && RegisterQueue<CondVar, HOP>() &&
                         RegisterQueue<ClockNanosleep, LATENESS>();
 

@@ -69,7 +69,7 @@ private:
 };
 
 const bool REGISTERED = Version("GLib", {GLIB_MAJOR_VERSION, GLIB_MINOR_VERSION, GLIB_MICRO_VERSION}) &&
-                        RegisterQueue<GlibQueue, ALL_BUT_REMOVAL | REMOVAL>();
+                        RegisterQueue<GlibQueue, ALL_BUT_REMOVAL | REMOVAL | REMOVAL_TIMED>();
 
 }  // namespace
 

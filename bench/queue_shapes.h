@@ -6,8 +6,8 @@
 //     void Start();   // with a worker thread
 //     void Stop();    // joins it; nothing is pending then
 //     void Post(osal::IMsgHandler* handler);                           // all rows but TIMERS and LATENESS
-//     void PostDelayed(osal::IMsgHandler* handler, uint64_t delayNs);  // TIMERS and LATENESS
-//     void Remove(osal::IMsgHandler* handler);                         // REMOVAL
+//     void PostDelayed(osal::IMsgHandler* handler, uint64_t delayNs);  // TIMERS, LATENESS and REMOVAL_TIMED
+//     void Remove(osal::IMsgHandler* handler);                         // REMOVAL and REMOVAL_TIMED
 //
 // which calls HandleMsg() on the worker. Posting has to be safe from any thread.
 
@@ -29,7 +29,8 @@ enum Rows : unsigned {
     HOP = 8,
     LATENESS = 16,
     REMOVAL = 32,
-    MEMORY = 64,
+    REMOVAL_TIMED = 64,
+    MEMORY = 128,
     WITHOUT_DELAY = BURST | POST | HOP | MEMORY,
     ALL_BUT_REMOVAL = WITHOUT_DELAY | TIMERS | LATENESS,
 };
@@ -157,25 +158,42 @@ void Post(benchmark::State& state)
     timer.Report();
 }
 
+enum class Due {
+    AT_ONCE,
+    IN_ORDER,  // each message at a time of its own, in the order of posting
+    IN_NO_ORDER,
+};
+
+// The first DELAYS messages have that many different delays, up to 20 ms.
+constexpr uint64_t DELAYS = 100'000;
+
+inline uint64_t DelayNs(uint64_t index, Due due)
+{
+    constexpr uint64_t SPAN_NS = 20'000'000;
+    constexpr uint64_t STRIDE = 61'803;  // without a divisor in common with DELAYS
+    return ((due == Due::IN_ORDER ? index : index * STRIDE) % DELAYS + 1) * (SPAN_NS / DELAYS);
+}
+
 // Processor time of the whole process, since most of the real time is spent waiting.
 template <typename Queue>
 void Timers(benchmark::State& state)
 {
-    constexpr uint64_t MESSAGES = 100'000;
-    constexpr uint64_t SPAN_NS = 20'000'000;
-    constexpr uint64_t STRIDE = 61'803;  // without a common divisor, so that each delay comes once, in no order
     CountDown work;
     Queue queue;
     queue.Start();
-    ItemTimer timer(state);
-    for (auto _ : state) {
-        work.Expect(MESSAGES);
-        const uint64_t beginNs = ClockNs(CLOCK_PROCESS_CPUTIME_ID);
-        for (uint64_t i = 0; i < MESSAGES; ++i) {
-            queue.PostDelayed(&work, (i * STRIDE % MESSAGES + 1) * (SPAN_NS / MESSAGES));
+    const auto runAll = [&] {
+        work.Expect(DELAYS);
+        for (uint64_t i = 0; i < DELAYS; ++i) {
+            queue.PostDelayed(&work, DelayNs(i, Due::IN_NO_ORDER));
         }
         work.Wait();
-        timer.Add(ClockNs(CLOCK_PROCESS_CPUTIME_ID) - beginNs, MESSAGES);
+    };
+    ItemTimer timer(state);
+    runAll();  // not timed: from now on the heap is one that nodes have been returned to
+    for (auto _ : state) {
+        const uint64_t beginNs = ClockNs(CLOCK_PROCESS_CPUTIME_ID);
+        runAll();
+        timer.Add(ClockNs(CLOCK_PROCESS_CPUTIME_ID) - beginNs, DELAYS);
     }
     queue.Stop();
     timer.Report();
@@ -279,12 +297,13 @@ inline bool CanBeRealTime()
     return result;
 }
 
-// The one message of a handler among as many as the argument says, first in the middle, then last; "ns" is per
-// pending message.
-template <typename Queue>
+// The one message of a handler among as many as the argument says, posted first in their middle, then after them;
+// "ns" is per pending message.
+template <typename Queue, Due DUE>
 void Removal(benchmark::State& state)
 {
     const auto pending = static_cast<uint64_t>(state.range(0));
+    ItemTimer timer(state);
     Parker parker;
     CountDown others;
     CountDown removed;
@@ -294,9 +313,13 @@ void Removal(benchmark::State& state)
     others.Expect(pending - 1);
     removed.Expect(1);
     for (uint64_t i = 0; i < pending; ++i) {
-        queue.Post(i == pending / 2 ? &removed : &others);
+        osal::IMsgHandler* const handler = i == pending / 2 ? &removed : &others;
+        if constexpr (DUE == Due::AT_ONCE) {
+            queue.Post(handler);
+        } else {
+            queue.PostDelayed(handler, DelayNs(i, DUE));
+        }
     }
-    ItemTimer timer(state);
     uint64_t allocations = 0;
     for (auto _ : state) {
         const uint64_t before = Allocations();
@@ -353,6 +376,11 @@ void Memory(benchmark::State& state)
     state.counters["idle_bytes"] = idleBytes;
 }
 
+inline void RegisterRemoval(const char* row, const char* subject, void (*function)(benchmark::State&))
+{
+    Register(row, subject, function)->ArgName("pending")->Arg(10)->Arg(1'000)->Arg(100'000);
+}
+
 // Registers the rows that the queue can do; the result is there to initialise a constant with.
 template <typename Queue, unsigned ROWS>
 bool RegisterQueue()
@@ -376,11 +404,11 @@ bool RegisterQueue()
         }
     }
     if constexpr ((ROWS & REMOVAL) != 0) {
-        Register("queue/removal", Queue::NAME, Removal<Queue>)
-            ->ArgName("pending")
-            ->Arg(10)
-            ->Arg(1'000)
-            ->Arg(100'000);
+        RegisterRemoval("queue/removal", Queue::NAME, Removal<Queue, Due::AT_ONCE>);
+    }
+    if constexpr ((ROWS & REMOVAL_TIMED) != 0) {
+        RegisterRemoval("queue/removal_in_order", Queue::NAME, Removal<Queue, Due::IN_ORDER>);
+        RegisterRemoval("queue/removal_in_no_order", Queue::NAME, Removal<Queue, Due::IN_NO_ORDER>);
     }
     if constexpr ((ROWS & MEMORY) != 0) {
         Register("queue/memory", Queue::NAME, Memory<Queue>)->ArgName("pending")->Arg(1'000'000)->Iterations(1);
