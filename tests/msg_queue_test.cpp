@@ -184,6 +184,30 @@ TEST_F(MsgQueueTest, RemovesAllMessagesOfOneHandlerButNotTheRunningOne)
     EXPECT_EQ((Notes{"gone dropped", "gone dropped", "stays", "stays", "last"}), TakeNotes());
 }
 
+TEST_F(MsgQueueTest, RunsManyDueTimesInOrderAndRemovesAmongThem)
+{
+    ParkWorker();
+    Recorder gone(*this, "gone");
+    Recorder remover(*this, "remover", [&] { mQueue.RemoveMsg(&gone); });
+    Recorder a(*this, "a");
+    Recorder b(*this, "b");
+    Recorder last(*this, "last");
+    Notes expected{"remover"};
+    expected.insert(expected.end(), 40, "gone dropped");
+    Queue(remover, 1);
+    for (int i = 0; i < 40; ++i) {
+        for (Recorder* handler : {&a, &gone, &b}) {
+            Queue(*handler, 1);  // due a little later than the one before
+        }
+        expected.insert(expected.end(), {"a", "b"});
+    }
+    Queue(last, 1);
+    expected.emplace_back("last");
+    mRelease.Set();
+    last.Wait();
+    EXPECT_EQ(expected, TakeNotes());
+}
+
 TEST_F(MsgQueueTest, StopFinishesTheRunningMessageAndDropsThePendingInOrder)
 {
     ParkWorker();

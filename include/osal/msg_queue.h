@@ -137,7 +137,7 @@ private:
     bool mStopped;
     std::mutex mMutex;  // guards all fields; taken before a thread's and a handler's lock
     std::condition_variable mCond;  // a message became the earliest, or mStopped or mThread changed
-    std::map<uint64_t, std::list<MsgItem>> mMsgs;  // by due time in ns; a list may have run empty
+    std::map<uint64_t, std::list<MsgItem>> mMsgs;  // by due time in ns; a list may gather others, or run empty
     uint32_t mStops;  // how often a worker was stopped: tells a waiting Stop() that its own is over
     uint64_t mNowNs;  // the worker's last reading of the clock: what is due by then is due without another
 };

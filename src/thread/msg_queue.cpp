@@ -18,6 +18,9 @@ constexpr const char* TAG = "MsgQueue";
 // far away would overflow; the worker then sleeps in slices.
 constexpr uint64_t MAX_WAIT_NS = 24ULL * 3600 * 1'000'000'000;
 
+// How many keys a step may gather: whoever queues a message waits meanwhile.
+constexpr int MAX_GATHERED = 16;
+
 uint64_t NowNs()
 {
     const auto now = std::chrono::steady_clock::now().time_since_epoch();
@@ -164,7 +167,16 @@ bool MsgQueue::MsgProcessor()
             return true;
         }
     }
-    message.splice(message.end(), head->second, head->second.begin());
+    std::list<MsgItem>& due = head->second;
+    if (due.size() == 1) {
+        // What is due next joins the list: the steps that run it will hold the lock for as good as no time.
+        auto next = std::next(head);
+        for (int i = 0; i < MAX_GATHERED && next != mMsgs.end() && next->first <= mNowNs; ++i) {
+            due.splice(due.end(), next->second);
+            next = mMsgs.erase(next);
+        }
+    }
+    message.splice(message.end(), due, due.begin());
     lock.unlock();
     MsgItem& item = message.front();
     item.mHandler->HandleMsg(item.mArg);
