@@ -184,7 +184,7 @@ void TimersInMap(benchmark::State& state)
             pending.erase(pending.begin());
         }
     };
-    const auto runAll = [&] {
+    TimeTimers(state, [&] {
         work.Expect(DELAYS);
         for (uint64_t i = 0; i < DELAYS; ++i) {
             const uint64_t nowNs = NowNs();
@@ -193,15 +193,7 @@ void TimersInMap(benchmark::State& state)
         }
         runDue(UINT64_MAX);
         work.Wait();
-    };
-    ItemTimer timer(state);
-    runAll();  // not timed, as with the queues
-    for (auto _ : state) {
-        const uint64_t beginNs = ClockNs(CLOCK_PROCESS_CPUTIME_ID);
-        runAll();
-        timer.Add(ClockNs(CLOCK_PROCESS_CPUTIME_ID) - beginNs, DELAYS);
-    }
-    timer.Report();
+    });
 }
 
 // Only looks for the message, and takes nothing out.

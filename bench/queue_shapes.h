@@ -174,20 +174,11 @@ inline uint64_t DelayNs(uint64_t index, Due due)
     return ((due == Due::IN_ORDER ? index : index * STRIDE) % DELAYS + 1) * (SPAN_NS / DELAYS);
 }
 
-// Processor time of the whole process, since most of the real time is spent waiting.
-template <typename Queue>
-void Timers(benchmark::State& state)
+// Times `runAll`, which runs DELAYS messages: processor time of the whole process, since most of the real time is
+// spent waiting.
+template <typename RunAll>
+void TimeTimers(benchmark::State& state, RunAll runAll)
 {
-    CountDown work;
-    Queue queue;
-    queue.Start();
-    const auto runAll = [&] {
-        work.Expect(DELAYS);
-        for (uint64_t i = 0; i < DELAYS; ++i) {
-            queue.PostDelayed(&work, DelayNs(i, Due::IN_NO_ORDER));
-        }
-        work.Wait();
-    };
     ItemTimer timer(state);
     runAll();  // not timed: from now on the heap is one that nodes have been returned to
     for (auto _ : state) {
@@ -195,8 +186,23 @@ void Timers(benchmark::State& state)
         runAll();
         timer.Add(ClockNs(CLOCK_PROCESS_CPUTIME_ID) - beginNs, DELAYS);
     }
-    queue.Stop();
     timer.Report();
+}
+
+template <typename Queue>
+void Timers(benchmark::State& state)
+{
+    CountDown work;
+    Queue queue;
+    queue.Start();
+    TimeTimers(state, [&] {
+        work.Expect(DELAYS);
+        for (uint64_t i = 0; i < DELAYS; ++i) {
+            queue.PostDelayed(&work, DelayNs(i, Due::IN_NO_ORDER));
+        }
+        work.Wait();
+    });
+    queue.Stop();
 }
 
 // One side of a message that is bounced to and fro.
