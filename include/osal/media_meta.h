@@ -14,9 +14,9 @@ namespace osal {
 
 class MediaParam;
 
-/// Type of one metadata value. The numbers travel in parcels and stand in log lines: they never change.
+/// Type of one metadata value. The numbers are stored in parcels and printed in log lines: they never change.
 enum MetaType : int32_t {
-    META_TYPE_NONE = 0,  ///< No value: an item as MetaItem::Create() makes it.
+    META_TYPE_NONE = 0,  ///< No value: a new item from MetaItem::Create().
     META_TYPE_INT8 = 1,  ///< `int8Value`
     META_TYPE_INT16 = 2,  ///< `int16Value`
     META_TYPE_INT32 = 3,  ///< `int32Value`
@@ -32,84 +32,85 @@ enum MetaType : int32_t {
     META_TYPE_BYTE_BUFFER = 13,  ///< `byteBufferValue`
     META_TYPE_FRACTION = 14,  ///< `fractionValue`
     META_TYPE_RECT = 15,  ///< `rectValue`
-    META_TYPE_OBJECT = 16,  ///< `mObject`, outside the union
+    META_TYPE_OBJECT = 16,  ///< `mObject`, which is not a member of the union.
 };
 
-/// Typed values under text keys, walked in ascending byte order of the keys.
+/// A container of typed values under text keys, in ascending byte order of the keys.
 ///
-/// **Not for use from two threads at once**: callers serialise the calls on a container, and on all containers
-/// that share items with it (see Copy()). Only getters, ContainsKey() and Dump() may run beside each other;
-/// Begin() and End(), although const, may not.
+/// **Never use a container from two threads at the same time**: callers serialise all calls on a container, and
+/// on all containers that share items with it (see Copy()). Only getters, ContainsKey() and Dump() may run at the
+/// same time as each other. Begin() and End() may not, although they are const.
 ///
-/// - Types: a key keeps the type of the value that made its entry: a setter of another type is refused, a
-///   getter of another type fails, whatever the widths. Only Destroy() removes entries.
+/// - Types: an entry keeps the type of the value that created it. A setter of another type is refused and a
+///   getter of another type fails, also between integers of the same width. Only ReadFromMediaParam() replaces
+///   the type of a key, and only Destroy() removes entries.
 /// - Sharing: an item may belong to several containers. Setting an existing key changes its item in place, so
-///   every holder of the item sees the new value.
-/// - Reach: the 8- and 16-bit and the unsigned integers can be set, read, walked and copied, and no more:
-///   Merge() skips them, a parcel carries them without their values, Dump() does not show them.
-/// - Lifetime: texts and byte blocks are the container's own copies; getters hand out pointers into them,
-///   which the caller neither frees nor keeps beyond the next change of the entry. Objects are shared.
-///   Addresses set with SetPointer() are never dereferenced and never freed.
-/// - Results: true, or false with outputs and container unchanged, except where an operation says more.
-///   Running out of memory throws std::bad_alloc and leaves the container as it was, likewise.
+///   every container with this item has the new value.
+/// - Limited types: the 8-bit, 16-bit and unsigned integers can be set, read, iterated and copied. Merge() skips
+///   them, a parcel carries them without their values, and Dump() does not show their values.
+/// - Lifetime: texts and byte blocks are copies that the container owns. Getters return pointers into them: the
+///   caller neither frees them nor keeps them after the next change of the entry. Objects are shared.
+///   Addresses from SetPointer() are never dereferenced and never freed.
+/// - Results: true on success. On failure false, with outputs and container unchanged, unless an operation says
+///   otherwise. If memory runs out, std::bad_alloc is thrown and the container is unchanged, unless an operation
+///   says otherwise.
 ///
 /// ```cpp
 /// auto meta = osal::MediaMeta::Create();
 /// meta->SetString("mime", "audio/raw");
 /// meta->SetInt32("sample-rate", 48000);
-/// int32_t rate = 44100;                     // kept when there is no such entry
+/// int32_t rate = 44100;                     // unchanged if there is no such entry
 /// meta->GetInt32("sample-rate", rate);
 /// ```
 class OSAL_API MediaMeta {
 public:
-    /// A ratio. The denominator of a stored one is never 0 unless it came from a parcel; nothing is reduced.
+    /// A ratio, which is never reduced. Its denominator is not 0, except in an entry from a parcel.
     struct Fraction {
         int32_t num;  ///< Numerator.
         int32_t den;  ///< Denominator.
     };
 
-    /// Four integers whose meaning is the caller's.
+    /// Four integers; only the caller gives them a meaning.
     struct Rect {
-        int32_t a;  ///< The first.
-        int32_t b;  ///< The second.
-        int32_t c;  ///< The third.
-        int32_t d;  ///< The fourth.
+        int32_t a;  ///< First integer.
+        int32_t b;  ///< Second integer.
+        int32_t c;  ///< Third integer.
+        int32_t d;  ///< Fourth integer.
     };
 
-    /// A block of bytes. The count comes first, unlike in the argument lists of SetByteBuffer() and
+    /// A block of bytes. The size comes first here, and second in the arguments of SetByteBuffer() and
     /// GetByteBuffer().
     struct ByteBuffer {
-        uint64_t size;  ///< Count of bytes.
-        uint8_t* data;  ///< The bytes; whose they are depends on where the structure comes from.
+        uint64_t size;  ///< Number of bytes.
+        uint8_t* data;  ///< First byte. GetByteBuffer() returns the entry's own bytes.
     };
 
-    /// Base of the objects that a container shares; it needs nothing of them but that they can be released.
+    /// Base class of the objects that a container shares. The container only releases them.
     class OSAL_API MetaBase {
     public:
-        /// Called when the last reference goes, which may be an item's.
+        /// Runs when the last reference is released, possibly by an item.
         virtual ~MetaBase();
     };
 
-    /// One value, held by shared pointer only. Callers that walk a container read the fields directly:
-    /// `mType` names the one member of `mValue` that has a meaning.
+    /// One value with its type, always held by a shared pointer. Code that iterates over a container reads the
+    /// fields directly: `mType` says which member of `mValue` is valid.
     class OSAL_API MetaItem {
     public:
-        /// A new item of META_TYPE_NONE, released by Destroy() when its last reference goes. `mValue` is
-        /// left unset.
+        /// Returns a new item of META_TYPE_NONE whose deleter is Destroy(). `mValue` is not initialised.
         static std::shared_ptr<MetaItem> Create();
 
         /// The deleter of every item: releases what the item owns, then the item. Not for callers.
         static void Destroy(MetaItem* item);
 
-        /// For Create(), which callers use instead.
+        /// For Create(). Callers use Create() instead.
         MetaItem();
-        /// Lets go of the object alone: texts and blocks are released by Destroy().
+        /// Releases the object only. Destroy() releases texts and byte blocks.
         ~MetaItem();
         MetaItem(const MetaItem&) = delete;
         MetaItem& operator=(const MetaItem&) = delete;
 
-        MetaType mType;  ///< Which value the item has.
-        /// One member for each type but META_TYPE_OBJECT.
+        MetaType mType;  ///< Type of the value.
+        /// One member for each type except META_TYPE_OBJECT.
         union Value {
             int8_t int8Value;  ///< META_TYPE_INT8
             int16_t int16Value;  ///< META_TYPE_INT16
@@ -122,21 +123,21 @@ public:
             float floatValue;  ///< META_TYPE_FLOAT
             double doubleValue;  ///< META_TYPE_DOUBLE
             void* pointerValue;  ///< META_TYPE_POINTER: an address that the item does not own.
-            char* stringValue;  ///< META_TYPE_STRING, from strdup(); null in an entry that came without its text.
-            ByteBuffer byteBufferValue;  ///< META_TYPE_BYTE_BUFFER, with data from new[].
+            char* stringValue;  ///< META_TYPE_STRING: from strdup(). Null if a parcel had no text for the entry.
+            ByteBuffer byteBufferValue;  ///< META_TYPE_BYTE_BUFFER: `data` is from new[].
             Fraction fractionValue;  ///< META_TYPE_FRACTION
             Rect rectValue;  ///< META_TYPE_RECT
-        } mValue;  ///< The value, unless it is an object.
-        std::shared_ptr<MetaBase> mObject;  ///< Only in META_TYPE_OBJECT, and may be empty there too.
+        } mValue;  ///< The value, except an object.
+        std::shared_ptr<MetaBase> mObject;  ///< META_TYPE_OBJECT: the object, or an empty pointer. Else empty.
     };
 
-    /// What a container is inside: entries in ascending byte order of their keys.
+    /// The map of a container: keys in ascending byte order.
     using ItemMap = std::map<std::string, std::shared_ptr<MetaItem>>;
 
-    /// A position in a container's key order.
+    /// A position in the key order of a container.
     ///
-    /// Invalid once the container is cleared or destroyed; adding and setting keys keeps it valid. At the end
-    /// position Key() is empty, Value() is an empty pointer, and ++ does not move.
+    /// **Invalid after the container is cleared or destroyed.** Adding and setting keys keeps an iterator valid.
+    /// At the end position Key() is empty, Value() is an empty pointer, and ++ does nothing.
     ///
     /// ```cpp
     /// for (auto it = meta->Begin(); it != meta->End(); ++it) {
@@ -145,44 +146,49 @@ public:
     /// ```
     class OSAL_API ConstIterator {
     public:
-        /// For Begin() and End(), which callers use instead.
-        ConstIterator(const ItemMap& map, ItemMap::const_iterator position)
+        /// For Begin() and End(). Callers use these instead.
+        OSAL_INLINE ConstIterator(const ItemMap& map, ItemMap::const_iterator position)
             : mMap(&map), mIter(position), mEnd(map.end())
         {
         }
-        /// Takes the position alone: a copy does not know its map.
-        ConstIterator(const ConstIterator& other) : mMap(nullptr), mIter(other.mIter), mEnd(other.mEnd) {}
-        ~ConstIterator() = default;
-        /// Takes the position alone, likewise.
-        ConstIterator& operator=(const ConstIterator& other)
+        /// Creates an iterator at the same position.
+        OSAL_INLINE ConstIterator(const ConstIterator& other) : mMap(nullptr), mIter(other.mIter), mEnd(other.mEnd)
+        {
+        }
+        OSAL_INLINE ~ConstIterator() {}
+        /// Moves to the position of `other`.
+        OSAL_INLINE ConstIterator& operator=(const ConstIterator& other)
         {
             mIter = other.mIter;
             mEnd = other.mEnd;
             return *this;
         }
 
-        /// Moves to the next entry, and not beyond the end.
-        ConstIterator& operator++()
+        /// Moves to the next entry. Does nothing at the end position.
+        OSAL_INLINE ConstIterator& operator++()
         {
             if (mIter != mEnd) {
                 ++mIter;
             }
             return *this;
         }
-        /// Returns the new position, as `++it` does, not the old one.
-        ConstIterator operator++(int) { return ++*this; }
-        /// The iterator itself, whose Key() and Value() are the entry.
-        ConstIterator& operator*() { return *this; }
+        /// Moves to the next entry, and returns the new position as `++it` does, **not the old position**.
+        OSAL_INLINE ConstIterator operator++(int) { return ++*this; }
+        /// Returns the iterator itself, so that `(*it).Key()` is `it.Key()`.
+        OSAL_INLINE ConstIterator& operator*() { return *this; }
 
-        /// The entry's key; empty at the end.
-        const std::string& Key() const { return mIter != mEnd ? mIter->first : EmptyKey(); }
-        /// The entry's item; an empty pointer at the end. A copy of the pointer keeps the item alive.
-        const std::shared_ptr<MetaItem>& Value() const { return mIter != mEnd ? mIter->second : EmptyValue(); }
+        /// The key of the entry; an empty text at the end position.
+        OSAL_INLINE const std::string& Key() const { return mIter != mEnd ? mIter->first : EmptyKey(); }
+        /// The item of the entry; an empty pointer at the end position. Copies of the pointer keep the item alive.
+        OSAL_INLINE const std::shared_ptr<MetaItem>& Value() const
+        {
+            return mIter != mEnd ? mIter->second : EmptyValue();
+        }
 
-        /// True for the same position of the same container; others are not to be compared.
-        bool operator==(const ConstIterator& other) const { return mIter == other.mIter; }
-        /// The opposite.
-        bool operator!=(const ConstIterator& other) const { return mIter != other.mIter; }
+        /// True for the same position. Both iterators must belong to the same container.
+        OSAL_INLINE bool operator==(const ConstIterator& other) const { return mIter == other.mIter; }
+        /// False for the same position. Both iterators must belong to the same container.
+        OSAL_INLINE bool operator!=(const ConstIterator& other) const { return mIter != other.mIter; }
 
     private:
         friend class MediaMeta;
@@ -190,34 +196,35 @@ public:
         static const std::string& EmptyKey();
         static const std::shared_ptr<MetaItem>& EmptyValue();
 
-        [[maybe_unused]] const ItemMap* mMap;
+        [[maybe_unused]] const ItemMap* mMap;  // null in copies; only its place in the layout is used
         ItemMap::const_iterator mIter;
+        // Tells Key(), Value() and ++ where the entries end. mMap cannot: it is null in a copy.
         ItemMap::const_iterator mEnd;
     };
 
-    /// A new empty container.
+    /// Returns a new empty container.
     static std::shared_ptr<MediaMeta> Create();
 
-    /// An empty container; for members and subclasses, beside Create().
+    /// An empty container, as a member or a base class. Create() is for all other uses.
     MediaMeta();
-    /// Lets go of all items; those that are still held elsewhere live on.
+    /// Releases all items. Items that have another holder stay alive.
     virtual ~MediaMeta();
     MediaMeta(const MediaMeta&) = delete;
     MediaMeta& operator=(const MediaMeta&) = delete;
 
-    /// Removes every entry; the container can be filled again, with other types too. Items that are still
-    /// held elsewhere live on.
+    /// Removes every entry. Items that have another holder stay alive. The container can be filled again, and
+    /// keys may get other types.
     void Destroy();
 
-    /// True when there is an entry under `key`, whatever its type. False for null.
+    /// True if `key` has an entry, of any type. False for null.
     bool ContainsKey(const char* key) const;
 
     /// @name Setters of numbers and addresses
     /// @{
 
-    /// Stores a value under a copy of `key`: a new key makes an entry, an existing entry of the same type is
-    /// changed in place. False, with nothing changed and nothing logged, for a null key and for an entry of
-    /// another type. All setters keep to this, and some say more.
+    /// Stores a value under a copy of `key`: a new key gets a new entry, and an existing entry of the same type
+    /// changes in place. Returns false, changes nothing and logs nothing for a null key and for an entry of
+    /// another type. All setters follow these rules.
     bool SetInt8(const char* key, int8_t value);
     bool SetInt16(const char* key, int16_t value);
     bool SetInt32(const char* key, int32_t value);
@@ -235,7 +242,7 @@ public:
     /// @name Setters of fractions
     /// @{
 
-    /// As SetInt32(), and false also when the denominator is 0.
+    /// As SetInt32(). Also returns false if the denominator is 0.
     bool SetFraction(const char* key, Fraction value);
     bool SetFraction(const char* key, int32_t num, int32_t den);
 
@@ -244,7 +251,7 @@ public:
     /// @name Setters of rectangles
     /// @{
 
-    /// As SetInt32(), with any four integers.
+    /// As SetInt32(), for any four integers.
     bool SetRect(const char* key, Rect value);
     bool SetRect(const char* key, int32_t a, int32_t b, int32_t c, int32_t d);
 
@@ -253,28 +260,27 @@ public:
     /// @name Setters of texts, blocks and objects
     /// @{
 
-    /// Stores a copy of the text, which may be part of the entry's own. Setting an equal text changes nothing,
-    /// so pointers from GetString() stay valid; a different text invalidates them. Also false for a null text,
-    /// and, with an error line and the old text kept, when there is no memory for the copy.
+    /// Stores a copy of the text. `value` may point into the entry's own text. An equal text changes nothing, and
+    /// pointers from GetString() stay valid; a different text makes them invalid. Also returns false for a null
+    /// text. If there is no memory for the copy, logs an error, keeps the old text and returns false.
     bool SetString(const char* key, const char* value);
-    /// Stores a copy of the bytes in a fresh block, even when they are equal: pointers from GetByteBuffer()
-    /// become invalid. `value` may be the entry's own block. Also false, with an error line, for a null
-    /// key, null data and a count of 0. (A count over SIZE_MAX / 2 cannot be copied: should the block be had at
-    /// all, it is stored unfilled, with false.)
+    /// Stores a copy of the bytes in a new block. Pointers from GetByteBuffer() become invalid, even if the bytes
+    /// are equal. `value` may be the entry's own block. Logs an error and returns false for a null key, for null
+    /// data and for a size of 0. If the platform refuses to copy that many bytes, the entry gets a block of that
+    /// size with undefined content, and the result is false.
     bool SetByteBuffer(const char* key, ByteBuffer value);
-    /// The same, with the pointer before the count.
+    /// As the other form, with the pointer before the size.
     bool SetByteBuffer(const char* key, uint8_t* data, uint64_t size);
-    /// Shares the object and lets go of the entry's previous one. An empty pointer is stored as such.
+    /// Shares the object and releases the previous object of the entry. An empty pointer is stored too.
     bool SetObject(const char* key, const std::shared_ptr<MetaBase>& value);
 
     /// @}
 
-    /// @name Getters of plain values
+    /// @name Getters of numbers, addresses, fractions and rectangles
     /// @{
 
-    /// Writes the entry's value to the outputs. False, with the outputs untouched and nothing logged, when
-    /// `key` is null, has no entry, or has an entry of another type. All getters keep to this, and some say
-    /// more.
+    /// Copies the value of the entry to the outputs. Returns false, leaves the outputs unchanged and logs nothing
+    /// if `key` is null, has no entry, or has an entry of another type. All getters follow these rules.
     bool GetInt8(const char* key, int8_t& value) const;
     bool GetInt16(const char* key, int16_t& value) const;
     bool GetInt32(const char* key, int32_t& value) const;
@@ -296,78 +302,82 @@ public:
     /// @name Getters of texts, blocks and objects
     /// @{
 
-    /// Hands out the entry's own text, valid until a different text is set under the key or the item is
-    /// released. Not to be freed or changed. Null when the entry came from a parcel without its text.
+    /// Returns the entry's own text, which the caller must not free or change. It is valid until a different text
+    /// is set under the key or the item is released. Null if the entry came from a parcel without its text.
     bool GetString(const char* key, const char*& value) const;
-    /// Hands out the entry's own block, valid until bytes are set under the key again or the item is
-    /// released. Not to be freed; writing into it changes the stored bytes. `size` keeps the low 32 bits of the
-    /// count: use the other form for blocks of 2 GiB and more.
+    /// Returns the entry's own block, which the caller must not free. It is valid until bytes are set under the
+    /// key again or the item is released. Writing to the block changes the stored bytes. `size` gets only the
+    /// low 32 bits of the size: use the other form for blocks of 2 GiB and more.
     bool GetByteBuffer(const char* key, uint8_t*& data, int32_t& size) const;
-    /// The same, with the whole count.
+    /// As the other form, with the size in 64 bits.
     bool GetByteBuffer(const char* key, ByteBuffer& value) const;
-    /// Adds a reference to the object and drops the one that `value` held.
+    /// Adds a reference to the object, and releases the object that `value` held before.
     bool GetObject(const char* key, std::shared_ptr<MetaBase>& value) const;
 
     /// @}
 
-    /// A new container with the same entries. It shares every item with this one, except texts and byte
-    /// blocks, which are copied: setting a shared key in one container changes it in both. Empty pointer,
-    /// with one error line or two, when a text or a block cannot be copied: an entry that came from a parcel
-    /// without its value, or no memory for a text. This container never changes.
+    /// Returns a new container with the same entries. **The containers share their items**, except texts and byte
+    /// blocks, which are copied: setting a shared key in one container changes both. Logs one or two errors and
+    /// returns an empty pointer if a text or a block cannot be copied, because the entry came from a parcel
+    /// without its value or because there is no memory for a text. This container never changes.
     std::shared_ptr<MediaMeta> Copy() const;
 
-    /// Sets every entry of `other` here through the setters, in key order; objects are shared. Stops with
-    /// false and an error line at the first entry that its setter refuses; those before it stay merged.
-    /// Entries that have no part in it (8- and 16-bit, unsigned and empty ones, types that there are not) are
-    /// skipped with an error line each and do not count as failures. False, with nothing logged, for an empty
-    /// `other`. If memory runs out, the entries merged so far stay.
+    /// Sets every entry of `other` in this container through the setters, in key order. Objects are shared. At
+    /// the first entry that its setter refuses, logs an error and returns false; the entries before stay merged.
+    /// Entries of 8-bit, 16-bit and unsigned integers, without a value or of an unknown type are skipped, with an
+    /// error line each, and do not change the result. Returns false and logs nothing for an empty `other`. If
+    /// memory runs out, the entries that were merged before stay merged.
     bool Merge(std::shared_ptr<MediaMeta> other);
 
-    /// The first entry, or End() where there is none. Keeps what it hands out in the container, so although
-    /// const it must not run beside any other use of it.
-    ConstIterator Begin() const
+    /// Returns the position of the first entry, or End() if there is none. **Although const, it must not run at
+    /// the same time as another call**: it keeps a copy of the iterator in the container.
+    OSAL_INLINE ConstIterator Begin() const
     {
         if (!mBeginIter || mBeginIter->mIter != mItems.begin()) {
             Keep(mBeginIter, mItems.begin());
         }
         return *mBeginIter;
     }
-    /// The position behind the last entry; as Begin().
-    ConstIterator End() const
+    /// Returns the position behind the last entry. As Begin(), it must not run at the same time as another call.
+    OSAL_INLINE ConstIterator End() const
     {
-        if (!mEndIter) {  // the end is the same for good
+        if (!mEndIter) {  // the end position never changes
             Keep(mEndIter, mItems.end());
         }
         return *mEndIter;
     }
 
-    /// Writes every entry to the log at debug priority, one without type without its key. The 8- and 16-bit and
-    /// the unsigned integers, and types that there are not, are reported as unknown items at error priority,
+    /// Writes every entry to the log at debug priority. An entry without a value is written without its key.
+    /// 8-bit, 16-bit and unsigned integers and unknown types are reported as unknown items at error priority,
     /// without their values.
     void Dump() const;
 
-    /// Appends the whole container to a parcel. 32- and 64-bit signed integers, addresses, floats, texts,
-    /// fractions and rectangles travel; every other entry travels without its value, gets an error line
-    /// and makes the result false. False, with nothing logged, for null. Room is not checked: values that
-    /// no longer fit are dropped by the parcel with its own error lines, and the result does not tell. A
-    /// text entry that has no text travels as an empty text, so that the entries behind it keep their place.
-    /// If memory runs out, the parcel keeps what was written so far and is not fit to be read.
+    /// Appends the whole container to a parcel. 32-bit and 64-bit signed integers, addresses, floating-point
+    /// numbers, texts, fractions and rectangles are carried. Every other entry is written without its value, with
+    /// an error line, and makes the result false. Returns false and logs nothing for null.
+    ///
+    /// **The result does not tell that the parcel is full**: the parcel drops values that do not fit, with an
+    /// error line each. A text entry without a text is written as an empty text, so that the texts after it keep
+    /// their places. If memory runs out, the parcel keeps what was written before and must not be read.
     bool WriteToMediaParam(MediaParam* param);
 
-    /// Reads entries from a parcel that WriteToMediaParam() wrote and puts each in place of what its key
-    /// held, of whatever type; other entries stay. An entry that came without a value is stored with its
-    /// type, all zero and empty, and makes the result false, with an error line unless only a text was
-    /// missing. False, with nothing logged, for null. Nothing checks that the parcel holds a container:
-    /// the count is taken at its word, values that are missing are read as zeros, entries whose key is
-    /// missing are skipped. If memory runs out, the entries read so far stay; a text for which there is none,
-    /// with an error line, leaves its key as it was and makes the result false.
+    /// Reads the entries that WriteToMediaParam() wrote to a parcel. Each entry replaces the previous entry of its
+    /// key, whatever its type: no other operation changes the type of a key. Other entries stay.
+    ///
+    /// Returns false if an entry has a type that is not carried (with an error line) or has no text. Such an entry
+    /// is stored with its type and an empty value. Also returns false, and logs nothing, for null.
+    ///
+    /// **The result does not tell that fixed-size values are missing**: they are read as zeros, with an error line
+    /// each from the parcel. Nothing checks that the parcel contains a container: the count is trusted, and
+    /// entries without a key are skipped. If memory runs out, the entries that were read before stay. If there is
+    /// no memory for a text, logs an error, keeps the previous entry of the key and returns false.
     bool ReadFromMediaParam(const MediaParam* param);
 
 private:
     void Keep(std::unique_ptr<ConstIterator>& slot, ItemMap::const_iterator position) const;
 
     ItemMap mItems;
-    // What Begin() and End() handed out last.
+    // The last iterators that Begin() and End() created.
     mutable std::unique_ptr<ConstIterator> mBeginIter;
     mutable std::unique_ptr<ConstIterator> mEndIter;
 };

@@ -1,7 +1,7 @@
 #pragma once
 
 /// @file
-/// MediaParam: values, strings and shared objects in a row, inside one process.
+/// MediaParam: values, strings and shared objects in sequence, inside one process.
 
 #include "osal/export.h"
 
@@ -12,31 +12,33 @@
 
 namespace osal {
 
-/// Bytes of fixed-size values that a parcel holds.
+/// Capacity of a parcel for fixed-size values, in bytes.
 inline constexpr uint64_t MEDIA_PARAM_CAPACITY = 32768;
 
-/// Status of a fixed-size read or write for which there are no more bytes.
+/// Result of a fixed-size read without enough unread bytes, and of a fixed-size write without enough room.
 inline constexpr int32_t ERR_NO_MORE = -1;
 
-/// Base of the objects that a parcel carries by shared pointer; it needs nothing of them but that they can
-/// be released.
+/// Base class of the objects that a parcel carries by shared pointer. The parcel only releases them.
 class OSAL_API MediaRefBase {
 public:
-    /// Called when the last reference goes, which may be a parcel's.
+    /// Runs when the last reference is released, possibly by a parcel.
     virtual ~MediaRefBase();
 };
 
-/// Values written one after another and read back in the same order, inside one process.
+/// A parcel: values that are written one after another and read in the same order, inside one process.
 ///
-/// **Not for use from two threads at once, readers included**: the const reads move the read positions.
+/// **Never use a parcel from two threads at the same time, not even to read**: the const reads move the read
+/// positions.
 ///
-/// - Order: fixed-size values, strings and shared pointers are three sequences of their own, each in the
-///   order of writing. Nothing records types: the reader reads the widths that were written. Reading and
-///   writing may interleave; there is no way back but a copy, which reads from the start.
-/// - Room: MEDIA_PARAM_CAPACITY bytes of fixed-size values, which never grow; strings and pointers take none
-///   of it.
-/// - Results: 0 or -1 (ERR_NO_MORE), or the value itself. Running out of memory throws std::bad_alloc and
-///   leaves the parcel as it was.
+/// - Order: fixed-size values, strings and shared pointers are three separate sequences, each in the order of
+///   writing. Types are not recorded: the reader reads the same widths that were written. Reads and writes may
+///   alternate. Nothing moves a read position back; only a copy of the parcel reads from the start.
+/// - Capacity: MEDIA_PARAM_CAPACITY bytes of fixed-size values, which never grow. Strings and shared pointers do
+///   not use this capacity.
+/// - Copies: a parcel has no move operation. Returning a parcel by value may copy its 32 KiB, and the copy reads
+///   from the start.
+/// - Results: 0 or -1 (ERR_NO_MORE), or the value itself. If memory runs out, std::bad_alloc is thrown and the
+///   parcel is unchanged.
 ///
 /// ```cpp
 /// osal::MediaParam param;
@@ -49,27 +51,27 @@ class OSAL_API MediaParam {
 public:
     /// An empty parcel.
     MediaParam();
-    /// As Copy() on a parcel that has no store: where `other` has none, every fixed write and read of the new
-    /// parcel fails.
+    /// A copy of `other` that reads from the start, as from Copy(). If `other` has a capacity of 0, the new parcel
+    /// has too, and all its fixed-size writes and reads fail.
     MediaParam(const MediaParam& other);
-    /// The same; with null, too, every fixed write and read of the new parcel fails.
+    /// As the other copy constructor. From null, the new parcel has a capacity of 0.
     explicit MediaParam(const MediaParam* other);
     /// As Copy().
     MediaParam& operator=(const MediaParam& other);
-    /// Lets go of the objects from the last written to the first.
+    /// Releases the objects, the last written first.
     ~MediaParam();
 
-    /// Makes this parcel a copy of `other` that reads from the start; strings are copied, objects shared.
-    /// `other` keeps its own positions. Logs an error and changes nothing for null. Copying a parcel onto
-    /// itself changes nothing, read positions included. From a parcel without a store it logs an error and
-    /// leaves this one empty with a capacity of 0, so that every fixed write and read fails.
+    /// Makes this parcel a copy of `other` that reads from the start. Strings are copied, objects are shared.
+    /// `other` keeps its read positions. Null logs an error and changes nothing. A copy onto itself changes
+    /// nothing, not even the read positions. An `other` with a capacity of 0 logs an error and leaves this parcel
+    /// empty with a capacity of 0: all its fixed-size writes and reads fail.
     void Copy(const MediaParam* other);
 
     /// @name Writing fixed-size values
     /// @{
 
-    /// Appends one fixed-size value, in native byte order without padding: 4 bytes for an int32 and a float, 8
-    /// for the others. -1, with an error line and nothing changed, when it does not fit; a narrower value may
+    /// Appends one value in native byte order, without padding: 4 bytes for int32_t and float, 8 bytes for the
+    /// other types. If the value does not fit, logs an error, changes nothing and returns -1; a smaller value may
     /// still fit. Addresses are never dereferenced.
     int32_t WriteInt32(int32_t value);
     int32_t WriteInt64(int64_t value);
@@ -82,18 +84,19 @@ public:
     /// @name Writing strings and objects
     /// @{
 
-    /// Appends a copy of the text. -1, with nothing stored or logged, for null.
+    /// Appends a copy of the text and returns 0. For null, stores nothing, logs nothing and returns -1.
     int32_t WriteString(const char* str);
-    /// Appends a reference to the object; an empty pointer is appended too. Always 0.
+    /// Appends a reference to the object, or an empty pointer. Always returns 0.
     int32_t WritePointer(const std::shared_ptr<MediaRefBase>& ref);
 
     /// @}
 
-    /// @name Reading fixed-size values
+    /// @name Reading fixed-size values into an output
     /// @{
 
-    /// Reads the next fixed-size value into `*out`. -1, with an error line and the output and the position
-    /// unchanged, when fewer bytes are unread than the value has; -1 without a line for null.
+    /// Reads the next value to `*out` and returns 0. If fewer bytes are unread than the value needs, logs an
+    /// error, changes neither the output nor the read position and returns -1. For null, logs nothing and returns
+    /// -1.
     int32_t ReadInt32(int32_t* out) const;
     int32_t ReadInt64(int64_t* out) const;
     int32_t ReadFloat(float* out) const;
@@ -105,7 +108,8 @@ public:
     /// @name Reading fixed-size values as results
     /// @{
 
-    /// The same, returning the value. A failure gives zero; only the error line tells it from a stored zero.
+    /// Reads the next value and returns it. If fewer bytes are unread than the value needs, logs an error, does
+    /// not change the read position and returns 0 or null: only the error line tells this from a stored zero.
     int32_t ReadInt32() const;
     int64_t ReadInt64() const;
     float ReadFloat() const;
@@ -117,10 +121,10 @@ public:
     /// @name Reading strings and objects
     /// @{
 
-    /// The next string, null after the last. It stays the parcel's and valid until a string is written, or
-    /// the parcel is copied over or destroyed.
+    /// Returns the next string, or null after the last one. The parcel owns the string, which is valid until
+    /// another string is written, or until the parcel is copied over or destroyed.
     const char* ReadString() const;
-    /// A new reference to the next object, empty after the last.
+    /// Returns a new reference to the next object, or an empty pointer after the last one.
     std::shared_ptr<MediaRefBase> ReadPointer() const;
 
     /// @}

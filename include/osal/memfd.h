@@ -4,8 +4,9 @@
 /// Shared-memory regions: descriptors of anonymous memory files, to be mapped with mmap() and passed to other
 /// processes.
 ///
-/// A region is the caller's, who closes it; it survives exec(). Descriptor 0 never counts as a region. Safe
-/// from any thread. Failures give -1 or false, with an error line where nothing else is said.
+/// The caller owns a region and closes its descriptor, which stays open across exec(). Descriptor 0 is never a
+/// region. All functions may be called from any thread. Every failure logs an error, unless a function says
+/// otherwise, and returns -1 or false.
 
 #include "osal/export.h"
 
@@ -13,24 +14,27 @@
 
 namespace osal {
 
-/// Makes a region of `size` zero bytes that allows seals. Returns its descriptor, 1 or more. -1 for an empty
-/// name, one of 250 bytes or more, a size of 0, and when the system refuses; no descriptor is left behind.
+/// Creates a region of `size` bytes, all zero, that allows seals. Returns its descriptor, 1 or more. Returns -1
+/// and leaves no descriptor open for an empty name, for a name of 250 bytes or more, for a size of 0, and if the
+/// system refuses.
 OSAL_API int MemfdCreateRegion(std::string name, unsigned long size);
 
-/// Write-protects a region for good, in every process that holds it, unless `prot` (the bits of mmap()'s
-/// PROT_READ, PROT_WRITE, PROT_EXEC) includes PROT_WRITE: then nothing changes, and a debug line says so.
+/// Write-protects a region permanently, in every process that has it. `prot` has the bits of mmap(): PROT_READ,
+/// PROT_WRITE, PROT_EXEC. If `prot` includes PROT_WRITE, the function changes nothing, logs a debug line and
+/// returns 0.
 ///
-/// A sealed region can still be resized, and writable mappings made before keep working: add the seals
-/// F_SEAL_SHRINK and F_SEAL_GROW and unmap where that matters. Returns 0, or -1: without a line for `prot` of 0
-/// and less, with one for an invalid descriptor, with one or two (EINVAL: the kernel does not know the seal)
-/// for a seal that is refused.
+/// **A sealed region can still be resized, and existing writable mappings stay writable**: where that matters, add
+/// the seals F_SEAL_SHRINK and F_SEAL_GROW, and unmap. Returns 0 on success. Returns -1 for a `prot` of 0 or less
+/// (without a line), for an invalid descriptor, and if the seal is refused. A refusal with EINVAL logs a second
+/// line: the kernel does not support the seal.
 OSAL_API int MemfdSetProtRegion(int fd, int prot);
 
-/// True when `fd` is 1 or more and open on a file that supports seals: also one of tmpfs, or one that was made
-/// without allowing them. False, with an error line, otherwise.
+/// True if `fd` is 1 or more and its file supports seals. This includes files of tmpfs, and memory files that were
+/// created without permission to add seals. Otherwise logs an error and returns false.
 OSAL_API bool MemfdIsValid(int fd);
 
-/// The region's size in bytes; -1 also for one of 2 GiB and more, whose size an int cannot hold.
+/// Returns the size of a region in bytes. Also returns -1 for a region of 2 GiB or more, whose size does not fit
+/// into an int.
 OSAL_API int MemfdGetRegionSize(int fd);
 
 }  // namespace osal

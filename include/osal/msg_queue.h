@@ -1,7 +1,7 @@
 #pragma once
 
 /// @file
-/// MsgQueue and its handlers: work at once or after a delay, in due-time order, on a worker.
+/// MsgQueue and its handlers: work on a worker thread, immediately or after a delay, in due-time order.
 
 #include "osal/export.h"
 #include "osal/thread.h"
@@ -16,39 +16,45 @@
 
 namespace osal {
 
-/// What a queue calls.
+/// The interface of a message handler, which a queue calls. Derive handlers from MsgHandlerBase.
 ///
-/// Handlers belong to the caller, who deletes one only when no queue holds a message for it, no queue is
-/// dropping its messages, its HandleMsg() is not running and no thread waits on it.
+/// A handler belongs to its caller. **Delete a handler only when all of this is true**:
+/// - No queue has a pending message for it, and no RemoveMsg() or Stop() is dropping one.
+/// - Its HandleMsg() is not running, or does nothing more after its call of NotifyFinished(). RemoveMsg() does not
+///   wait for a HandleMsg() that is running.
+/// - No thread is in its Wait().
+///
+/// For a handler with one message and one waiter, all of this is true when Wait() returns, if HandleMsg() calls
+/// NotifyFinished() as its last action.
 ///
 /// The order of the virtual operations is part of the binary interface.
 class OSAL_API IMsgHandler {
 public:
-    /// See above for when a handler may be deleted.
+    /// The class comment says when a handler may be deleted.
     virtual ~IMsgHandler();
 
-    /// Called on the queue's worker when the message is due, with no lock held: it may queue and remove
-    /// messages on the same queue, but must neither wait there for another message of the queue nor throw.
-    /// `arg` is 0 and what is written to it is seen by nobody.
+    /// Handles one message, on the worker of the queue, at or after the due time. No lock is held: HandleMsg() may
+    /// queue and remove messages on the same queue. It must not wait for another message of the same queue, and
+    /// must not throw. `arg` is 0, and nobody reads what HandleMsg() writes to it.
     virtual void HandleMsg(int32_t& arg) = 0;
 
     /// Blocks until the handler is finished.
     virtual void Wait() = 0;
 
-    /// Marks the handler finished. Called by its own code when its work is done, and by the queue, under the
-    /// queue's lock, for each message that it drops: it must neither call back into that queue nor throw.
+    /// Marks the handler finished. The handler's own code calls it when the work is done. A queue calls it for
+    /// each message that the queue drops, **with the lock of the queue held**: it must not call that queue, and
+    /// must not throw.
     virtual void NotifyFinished() = 0;
 };
 
-/// A handler with a completion signal: any number of threads may Wait() for NotifyFinished().
+/// A handler with a completion signal: any number of threads can Wait() for NotifyFinished().
 ///
-/// **A waiter cannot tell a handled message from a dropped one.** The queue does not call NotifyFinished()
-/// after HandleMsg(): a handler on which somebody waits does so itself. One object carries one completion:
-/// once finished it stays so, and every later Wait() returns at once, even if it is queued again.
+/// **A waiter cannot tell a handled message from a dropped message.** The queue does not call NotifyFinished()
+/// after HandleMsg(): if a thread waits for the handler, HandleMsg() has to call it. One object signals one
+/// completion: a finished handler stays finished, and every later Wait() returns at once, even if the handler is
+/// queued again. With several messages, the first message that is handled or dropped ends the wait.
 ///
-/// Wait() returns as soon as NotifyFinished() is called, while HandleMsg() may still be running: where the
-/// waiter deletes the handler, that call is the last thing that HandleMsg() does. For a handler with several
-/// messages the first one that is dropped or handled ends the wait; the queue may still be dropping the others.
+/// Memory: what a thread wrote before NotifyFinished() is visible after Wait().
 class OSAL_API MsgHandlerBase : public IMsgHandler {
 public:
     /// A handler that is not finished.
@@ -62,27 +68,31 @@ public:
 
 private:
     bool mFinished;
-    std::mutex mMutex;  // guards mFinished; taken after a queue's lock, never before
+    std::mutex mMutex;  // guards mFinished; locked after the lock of a queue, never before
     std::condition_variable mCond;
 };
 
-/// **Destroy a queue only when no other thread is in one of its operations**, and a handler only when the queue is
-/// done with it: RemoveMsg() does not wait for a HandleMsg() already running, so it does not by itself make it
-/// safe to delete the handler. RemoveMsg() and Stop() call NotifyFinished() under the queue's lock: it must not
-/// call back into the queue.
+/// A message queue: calls message handlers one after another, in due-time order, on its own worker thread.
 ///
-/// A queue runs message handlers one after another, in due-time order, on a worker thread of its own. Handlers
-/// stay the caller's.
+/// **Destroy a queue only when no other thread is in one of its operations.** IMsgHandler says when a handler may
+/// be deleted.
 ///
-/// - Order: earliest due time first; equal due times in the order of queuing. A handler never starts before
-///   its due time; how late it starts depends on the handlers before it and on the system.
-/// - Threads: any thread may call any operation, handlers included. Start() and Stop() that meet wait for each
-///   other. On the worker itself Stop() is refused, with a warning, and changes nothing; a handler that
-///   destroys its own queue, with the same warnings, ends the worker when it returns.
-/// - Units: delays are nanoseconds on the monotonic clock. Keep delays below 2^63 ns (292 years): one whose due
-///   time overflows 64 bits is due at once, in no particular place among what is due already.
-/// - Results: 0 or a negated Linux error number. Running out of memory throws std::bad_alloc, in QueueMsg() and
-///   Start() alone, and leaves the queue as it was.
+/// - Order: the earliest due time first, and equal due times in the order of queuing. A handler never starts
+///   before its due time. The handlers before it and the system decide how late it starts.
+/// - Threads: any thread may call any operation, and handlers may too. If Start() and Stop() meet, one waits for
+///   the other. If several threads call Stop() at the same time, all calls return after the worker has ended and
+///   the pending messages are dropped. **While HandleMsg() waits for another thread, that thread must not call
+///   Start() or Stop()**: Stop() waits for HandleMsg(), and Start() waits for a Stop() that is in progress.
+/// - On the worker: Stop() is refused with a warning and changes nothing. A handler may destroy its own queue,
+///   even while the QueueMsg() that queued it is still returning: this logs the same warnings, drops the pending
+///   messages and ends the worker when the handler returns.
+/// - Memory: what a thread wrote before QueueMsg() is visible in HandleMsg().
+/// - Log: the log function is called with the lock of the queue held. A log function that a program defines itself
+///   must not call the same queue.
+/// - Units: delays are nanoseconds on the monotonic clock. Keep delays below 2^63 ns (292 years): a message whose
+///   due time does not fit into 64 bits is due at once, at any place among the messages that are due.
+/// - Results: 0 or a negated Linux error number. If memory runs out, QueueMsg() and Start() throw std::bad_alloc
+///   and leave the queue unchanged. No other operation throws.
 ///
 /// ```cpp
 /// osal::MsgQueue queue;
@@ -94,31 +104,34 @@ class OSAL_API MsgQueue {
 public:
     /// A stopped queue.
     MsgQueue();
-    /// As Stop(); on the worker itself, too, the pending messages are dropped.
+    /// Calls Stop(). On the worker itself, it drops the pending messages and detaches the worker.
     virtual ~MsgQueue();
     MsgQueue(const MsgQueue&) = delete;
     MsgQueue& operator=(const MsgQueue&) = delete;
 
-    /// Starts the worker under a name and a priority, as Thread::Start() does. 0 when it runs, or already
-    /// ran under its old name, with an info line. -12 (ENOMEM) when there is no memory for the worker object or
-    /// the system refuses the thread: the queue stays stopped. While another thread stops the queue, it waits
-    /// for that and starts anew; -17 (EEXIST), with the info line, if the worker itself asks for it then.
+    /// Starts the worker with a name and a priority, as Thread::Start() does. Returns 0 if the worker runs. If a
+    /// worker is already running, logs an info line, keeps its name and priority and returns 0. Returns -12
+    /// (ENOMEM) if there is no memory for the worker object or the system refuses the thread: the queue stays
+    /// stopped.
+    ///
+    /// While another thread stops the queue, Start() waits and then starts a new worker. On the worker that is
+    /// being stopped, Start() logs the info line and returns -17 (EEXIST).
     int32_t Start(const std::string& name, Thread::Priority priority);
 
     /// Refuses new messages, waits for the HandleMsg() that is running, then drops all pending messages in
-    /// due-time order, with one NotifyFinished() each. Does nothing on a stopped queue.
+    /// due-time order and calls NotifyFinished() for each. Does nothing on a stopped queue.
     void Stop();
 
-    /// The worker's kernel thread id, which is not what SetThreadPriority() takes; -1 without a worker, while
-    /// the queue is being stopped, and until a new worker has recorded its id.
+    /// The kernel thread id of the worker, which is not a handle for SetThreadPriority(). -1 without a worker,
+    /// during Stop(), and until a new worker has recorded its id.
     int32_t GetThreadId();
 
-    /// Queues `handler` to run once, `delayNs` from now; the same handler may be queued several times.
-    /// Returns 0, or -38 (ENOSYS) if `handler` is null or, with an error line, the queue is not running.
+    /// Queues `handler` to run once, `delayNs` from now. The same handler may be queued several times. Returns 0
+    /// on success. Returns -38 (ENOSYS) for a null handler, and after an error line if the queue is not running.
     int32_t QueueMsg(IMsgHandler* handler, uint64_t delayNs);
 
-    /// Drops all pending messages of `handler`, with one NotifyFinished() each. Walks the whole queue. Does
-    /// nothing for null.
+    /// Drops all pending messages of `handler` and calls NotifyFinished() for each. Does not wait for a
+    /// HandleMsg() that is running. Visits every pending message of the queue. Does nothing for null.
     void RemoveMsg(IMsgHandler* handler);
 
 private:
@@ -133,13 +146,15 @@ private:
     void DropAll();
 
     std::string mName;
-    std::unique_ptr<Thread> mThread;  // set with mStopped set: a Stop() is under way
+    std::unique_ptr<Thread> mThread;  // while mStopped is true, a set pointer means that a Stop() is in progress
     bool mStopped;
-    std::mutex mMutex;  // guards all fields; taken before a thread's and a handler's lock
-    std::condition_variable mCond;  // a message became the earliest, or mStopped or mThread changed
-    std::map<uint64_t, std::list<MsgItem>> mMsgs;  // by due time in ns; a list may gather others, or run empty
-    uint32_t mStops;  // how often a worker was stopped: tells a waiting Stop() that its own is over
-    uint64_t mNowNs;  // the worker's last reading of the clock: what is due by then is due without another
+    std::mutex mMutex;  // guards all fields; locked before the lock of a thread or a handler
+    std::condition_variable mCond;  // signalled when a message became the earliest, or mStopped or mThread changed
+    // Pending messages by due time in nanoseconds. The first list may also hold messages of later due times that
+    // have passed, and it is empty after the worker has taken its last message.
+    std::map<uint64_t, std::list<MsgItem>> mMsgs;
+    uint32_t mStops;  // number of completed stops; a waiting Stop() returns when it changes
+    uint64_t mNowNs;  // the worker's last reading of the clock; due times up to it have passed
 };
 
 }  // namespace osal

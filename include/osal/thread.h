@@ -1,7 +1,7 @@
 #pragma once
 
 /// @file
-/// Thread: a worker with a name, a real-time priority and a repeatable start and stop.
+/// Thread: a worker with a name and a real-time priority that can be started and stopped repeatedly.
 
 #include "osal/export.h"
 
@@ -13,22 +13,28 @@
 #include <string>
 #include <thread>
 
-/// Everything that the library offers.
+/// All classes and functions of the library.
 namespace osal {
 
-/// **Stop a subclass object before its destruction begins**: when ~Thread() stops the worker, the subclass and
-/// its Run() are already gone. Destroy it only when no other thread is in one of its operations.
+/// A thread object, whose worker calls Run() of a subclass repeatedly until Run() returns false or Stop() is
+/// called.
 ///
-/// A thread runs the Run() of a subclass again and again on one worker, until Run() returns false or Stop() is
-/// called. After Stop() it can be started again, under a new name and priority.
+/// **Stop the worker before the destruction of the subclass begins**, at the latest in the destructor of the class
+/// that defines Run(): when ~Thread() stops the worker, that class is already destroyed. **Destroy an object only
+/// when no other thread is in one of its operations**; the worker itself is the exception below.
 ///
-/// - Threads: any thread may call any operation. Stop() waits for the Run() that is under way and does not
-///   wake one that blocks: wake it first. Several Stop() at once all return after the worker has ended. Stop()
-///   on the worker itself is refused with a warning; a worker that destroys its own object is let go, and ends
-///   when Run() returns, which must not touch the object any more.
-/// - Memory: what was written before Start() is visible to Run(); what Run() wrote is visible after Stop().
-/// - Results: 0 or a negated Linux error number. Running out of memory throws std::bad_alloc and leaves the
-///   object stopped.
+/// - Threads: any thread may call any operation. Stop() waits for a Run() that is in progress and does not wake
+///   it: if Run() can block, wake it first. If several threads call Stop() at the same time, all calls return
+///   after the worker has ended.
+/// - On the worker: Stop() is refused with a warning. Run() may destroy its own object, even while the Start()
+///   that created the worker is still returning. The worker then ends when Run() returns, and Run() must not use
+///   the object any more.
+/// - Memory: what the calling thread wrote before Start() is visible in Run(). What Run() wrote is visible after
+///   Stop().
+/// - Log: the log function is called with the object's lock held. A log function that a program defines itself
+///   must not call the same object.
+/// - Results: 0 or a negated Linux error number. If memory runs out, std::bad_alloc is thrown and the object stays
+///   stopped.
 ///
 /// ```cpp
 /// class Poller : public osal::Thread {
@@ -40,56 +46,58 @@ namespace osal {
 /// ```
 class OSAL_API Thread {
 public:
-    /// A static priority under SCHED_FIFO, handed to the system unchanged; any of 1 to 99 may be cast to it.
+    /// A priority for SCHED_FIFO, passed to the system unchanged. Every integer from 1 to 99 may be cast to it.
     ///
-    /// Without the right to real-time scheduling the worker says so in the log and runs with the scheduling of
-    /// the thread that started it. Threads that Run() creates inherit its scheduling.
+    /// Without the right to real-time scheduling, the worker logs an error and a warning and keeps the scheduling
+    /// of the thread that called Start(). Threads that Run() creates inherit the scheduling of the worker.
     enum Priority : int {
-        PRIORITY_MIN = 1,  ///< The lowest real-time priority: still ahead of every ordinary thread.
-        PRIORITY_DEFAULT = 10,  ///< For workers without a reason for another one.
-        PRIORITY_MAX = 99,  ///< The highest: ahead of most threads of the kernel itself.
+        PRIORITY_MIN = 1,  ///< The lowest real-time priority, which is above all ordinary threads.
+        PRIORITY_DEFAULT = 10,  ///< For workers without special needs.
+        PRIORITY_MAX = 99,  ///< The highest priority, which is above most threads of the kernel.
     };
 
     /// A stopped object.
     Thread();
-    /// As Stop(); too late for a subclass whose Run() may still be called.
+    /// Calls Stop(). Too late for a subclass whose worker may still call Run().
     virtual ~Thread();
     Thread(const Thread&) = delete;
     Thread& operator=(const Thread&) = delete;
 
-    /// Starts a worker. The kernel keeps 15 bytes of its name; with an empty name it keeps that of the
-    /// calling thread, after a warning. Returns 0; -17 (EEXIST), with an info line and nothing changed, while
-    /// there is a worker, also one that ended by itself and was not stopped yet; -12 (ENOMEM), after an error
-    /// line, when the system refuses a thread: the object stays stopped, and a later Start() may succeed.
+    /// Starts a worker. The kernel keeps 15 bytes of its name. With an empty name, the worker logs a warning and
+    /// keeps the name of the calling thread.
+    ///
+    /// Returns 0 on success. Returns -17 (EEXIST), logs an info line and changes nothing if there is a worker; a
+    /// worker that ended by itself counts until Stop(). Returns -12 (ENOMEM) after an error line if the system
+    /// refuses the thread: the object stays stopped, and a later Start() may succeed.
     int32_t Start(const std::string& name, Priority priority);
 
-    /// Asks the worker to end and waits until it has. Does nothing when there is none.
+    /// Requests the worker to end and waits until it has ended. Does nothing without a worker.
     void Stop();
 
-    /// The worker's kernel thread id, -1 while there is none; one that ended by itself counts until Stop().
-    /// Right after Start() it may still be -1, or the previous worker's, until the new worker has got as far
-    /// as to record its own.
+    /// The kernel thread id of the worker; -1 without a worker. A worker that ended by itself counts until Stop().
+    /// Until the worker has recorded its id, shortly after Start(), the result is -1 or the id of the previous
+    /// worker.
     int32_t GetId();
 
 protected:
-    /// One step of the body, called on the worker; true asks to be called again. Must not throw.
+    /// One step of the work, called on the worker. Returns true to be called again. Must not throw.
     virtual bool Run() = 0;
 
 private:
     friend class MsgQueue;
 
     void ThreadFunc();
-    // Whether the calling thread is the worker. Reads nothing of the object.
+    // Whether the calling thread is the worker. Does not read the object, which may be destroyed.
     bool IsWorker() const;
 
     std::string mName;
     Priority mPriority;
     int32_t mId;
     std::unique_ptr<std::thread> mThread;  // null while stopped
-    std::atomic<bool> mStop;  // set with mThread set: a Stop() is under way
-    std::mutex mMutex;  // guards mName, mPriority, mId, mThread; taken after a queue's lock, never before
-    std::condition_variable mCond;  // the worker has recorded mId; mStops has changed
-    uint32_t mStops;  // how often a worker was stopped: tells a waiting Stop() that its own is over
+    std::atomic<bool> mStop;  // while mThread is set, true means that a Stop() is in progress
+    std::mutex mMutex;  // guards mName, mPriority, mId, mThread; locked after the lock of a queue, never before
+    std::condition_variable mCond;  // signalled when the worker has recorded mId and when mStops has changed
+    uint32_t mStops;  // number of completed stops; a waiting Stop() returns when it changes
 };
 
 }  // namespace osal

@@ -1,7 +1,7 @@
 #pragma once
 
 /// @file
-/// Clocks, thread ids, names and priorities, and a backtrace. Safe from any thread.
+/// Clocks; thread ids, names and priorities; a backtrace. All functions may be called from any thread.
 
 #include "osal/export.h"
 
@@ -12,19 +12,20 @@
 namespace osal {
 
 /// @name Clocks
-/// Microseconds, nanoseconds cut off; -1, with an error line, when the system does not offer the clock.
+/// Each returns microseconds, rounded down. If the system does not have the clock, it logs an error and returns
+/// -1.
 /// @{
 
-/// The clock with the given POSIX clock id, such as CLOCK_THREAD_CPUTIME_ID.
+/// Time of the clock with the given POSIX clock id, such as CLOCK_THREAD_CPUTIME_ID.
 OSAL_API int64_t GetTimeByClockType(int clockType);
 
-/// Wall-clock time since the Unix epoch. It jumps when the system time is set.
+/// Wall-clock time since the Unix epoch. **It jumps when the system time is set.**
 OSAL_API int64_t GetTimeUs();
 
-/// Monotonic time since boot, without the time spent in suspend.
+/// Monotonic time since boot, without the time in suspend.
 OSAL_API int64_t GetTimeUsBoot();
 
-/// Monotonic time since boot, with the time spent in suspend.
+/// Monotonic time since boot, with the time in suspend.
 OSAL_API int64_t GetTimeUsBootWithSuspend();
 
 /// @}
@@ -32,25 +33,28 @@ OSAL_API int64_t GetTimeUsBootWithSuspend();
 /// @name Threads
 /// @{
 
-/// The calling thread's kernel id.
+/// The kernel thread id of the calling thread.
 OSAL_API pid_t GetTid();
 
-/// The calling thread's POSIX handle, as SetThreadPriority() takes it. It is no kernel id, such as GetTid(),
-/// Thread::GetId() and MsgQueue::GetThreadId() give, and the other way round.
+/// The POSIX handle of the calling thread, for SetThreadPriority(). **It is not a kernel thread id**, which
+/// GetTid(), Thread::GetId() and MsgQueue::GetThreadId() return.
 OSAL_API long GetThreadId();
 
-/// Names the calling thread. The kernel keeps the first 15 bytes, even if that cuts a UTF-8 sequence. An
-/// empty name logs a warning and changes nothing.
+/// Names the calling thread. The kernel keeps the first 15 bytes, even if that cuts a UTF-8 sequence. An empty
+/// name logs a warning and changes nothing.
 OSAL_API void SetThreadName(const std::string& name);
 
-/// Puts a thread of this process under SCHED_FIFO with the given priority (1 to 99 on Linux; nothing is
-/// clamped), whatever its policy was; threads that it creates inherit both. Anything but the POSIX handle of a
-/// thread that was neither joined nor ended detached crashes or hits another thread: a kernel id is none.
-/// Returns 0, or, after an error line, the positive error number of the POSIX call that failed, with the
-/// thread's scheduling unchanged: EPERM without the right to real-time scheduling, EINVAL for the priority.
+/// Gives a thread of this process real-time scheduling (SCHED_FIFO) with the given priority, 1 to 99 on Linux.
+/// `thread` is a POSIX handle from GetThreadId(). **The thread must not have been joined, and must not have ended
+/// after it was detached**: otherwise the call may crash or change another thread. The same is true for a kernel
+/// thread id.
+///
+/// Threads that the thread creates later inherit policy and priority. Returns 0, or a positive error number after
+/// an error line: EPERM without the right to real-time scheduling, EINVAL for an invalid priority. A failure does
+/// not change the scheduling of the thread.
 OSAL_API int SetThreadPriority(long thread, int priority);
 
-/// Writes the calling thread's stack to the log under the tag "DEBUG" and returns `value` unchanged.
+/// Writes the call stack of the calling thread to the log, with the tag "DEBUG". Returns `value`.
 OSAL_API int PrintBacktrace(int value);
 
 /// @}
