@@ -2,7 +2,6 @@
 
 #include "media_meta_internal.h"
 
-#include <android/log.h>
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
@@ -24,89 +23,61 @@ static_assert(META_TYPE_NONE == 0 && META_TYPE_INT8 == 1 && META_TYPE_INT16 == 2
               META_TYPE_UINT64 == 8 && META_TYPE_FLOAT == 9 && META_TYPE_DOUBLE == 10 && META_TYPE_POINTER == 11 &&
               META_TYPE_STRING == 12 && META_TYPE_BYTE_BUFFER == 13 && META_TYPE_FRACTION == 14 &&
               META_TYPE_RECT == 15 && META_TYPE_OBJECT == 16);
-// "%ld" and the mangled names of the 64-bit operations rest on this.
+// "%ld" and the mangled names of the 64-bit operations depend on this.
 static_assert(std::is_same_v<int64_t, long> && std::is_same_v<uint64_t, unsigned long>);
-
-std::shared_ptr<MediaMeta::MetaItem> CreateZeroItem(MetaType type)
-{
-    auto item = MediaMeta::MetaItem::Create();
-    item->mType = type;
-    memset(&item->mValue, 0, sizeof(item->mValue));  // `= {}` zeroes the first member of a union alone
-    return item;
-}
-
-char* DuplicateText(const char* text)
-{
-    char* copy = strdup(text);
-    if (copy == nullptr) {
-        __android_log_print(ANDROID_LOG_ERROR, META_LOG_TAG, "fail to alloc mem for str");
-    }
-    return copy;
-}
 
 MediaMeta::MetaBase::~MetaBase() = default;
 
-// NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): whoever sets the type sets the value
+// NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): the code that sets the type sets the value
 MediaMeta::MetaItem::MetaItem() : mType(META_TYPE_NONE) {}
 
 MediaMeta::MetaItem::~MetaItem() = default;
 
-std::shared_ptr<MediaMeta::MetaItem> MediaMeta::MetaItem::Create()
-{
-    return {new MetaItem, &MetaItem::Destroy};
-}
+std::shared_ptr<MediaMeta::MetaItem> MediaMeta::MetaItem::Create() { return {new MetaItem, &MetaItem::Destroy}; }
 
 void MediaMeta::MetaItem::Destroy(MetaItem* item)
 {
     if (item == nullptr) {
         return;
     }
-    switch (item->mType) {
-        case META_TYPE_STRING:
-            free(item->mValue.stringValue);
-            item->mValue.stringValue = nullptr;
-            break;
-        case META_TYPE_BYTE_BUFFER:
-            delete[] item->mValue.byteBufferValue.data;
-            item->mValue.byteBufferValue = {0, nullptr};
-            break;
-        case META_TYPE_OBJECT:
-            item->mObject.reset();
-            break;
-        default:
-            break;
+    if (item->mType == META_TYPE_STRING) {
+        free(item->mValue.stringValue);
+        item->mValue.stringValue = nullptr;
+    } else if (item->mType == META_TYPE_BYTE_BUFFER) {
+        delete[] item->mValue.byteBufferValue.data;
+        item->mValue.byteBufferValue = {0, nullptr};
     }
     delete item;
 }
 
-std::shared_ptr<MediaMeta> MediaMeta::Create()
+std::shared_ptr<MediaMeta::MetaItem> CreateZeroItem(MetaType type)
 {
-    return std::make_shared<MediaMeta>();
+    auto item = MediaMeta::MetaItem::Create();
+    item->mType = type;
+    memset(&item->mValue, 0, sizeof(item->mValue));  // `= {}` zeroes only the first member of a union
+    return item;
 }
+
+std::shared_ptr<MediaMeta> MediaMeta::Create() { return std::make_shared<MediaMeta>(); }
 
 MediaMeta::MediaMeta() = default;
 
-MediaMeta::~MediaMeta()
-{
-    Destroy();
-}
+MediaMeta::~MediaMeta() { Destroy(); }
 
 void MediaMeta::Destroy()
 {
-    // Released last, when the container is empty and in order: the destructor of an object may call back.
+    // Released last, when the container is empty and consistent: the destructor of an object may call it.
     ItemMap released;
     released.swap(mItems);
-    // What the slots stood at is gone; Begin() and End() must not compare with it.
-    for (const auto* slot : {&mBeginIter, &mEndIter}) {
-        if (*slot) {
-            **slot = ConstIterator(mItems, mItems.end());
-        }
+    // The kept iterators are at entries that are gone, with which Begin() and End() must not compare.
+    if (mBeginIter) {
+        *mBeginIter = ConstIterator(mItems, mItems.end());
+    }
+    if (mEndIter) {
+        *mEndIter = ConstIterator(mItems, mItems.end());
     }
 }
 
-bool MediaMeta::ContainsKey(const char* key) const
-{
-    return key != nullptr && mItems.find(key) != mItems.end();
-}
+bool MediaMeta::ContainsKey(const char* key) const { return key != nullptr && mItems.find(key) != mItems.end(); }
 
 }  // namespace osal

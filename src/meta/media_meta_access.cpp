@@ -1,0 +1,299 @@
+#include "osal/media_meta.h"
+
+#include "media_meta_internal.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <memcpy_s.h>
+#include <memory>
+#include <string>
+#include <tuple>
+#include <utility>
+
+namespace osal {
+
+namespace {
+
+using Item = MediaMeta::MetaItem;
+using Value = Item::Value;
+
+template <typename T>
+struct Row {
+    MetaType type;
+    T Value::*member;
+};
+template <typename T>
+Row(MetaType, T Value::*) -> Row<T>;
+
+// One row for each type that the setters and getters copy.
+// clang-format off: one line for each row
+constexpr std::tuple ROWS{
+    Row{META_TYPE_INT8, &Value::int8Value},         Row{META_TYPE_INT16, &Value::int16Value},
+    Row{META_TYPE_INT32, &Value::int32Value},       Row{META_TYPE_INT64, &Value::int64Value},
+    Row{META_TYPE_UINT8, &Value::uint8Value},       Row{META_TYPE_UINT16, &Value::uint16Value},
+    Row{META_TYPE_UINT32, &Value::uint32Value},     Row{META_TYPE_UINT64, &Value::uint64Value},
+    Row{META_TYPE_FLOAT, &Value::floatValue},       Row{META_TYPE_DOUBLE, &Value::doubleValue},
+    Row{META_TYPE_POINTER, &Value::pointerValue},   Row{META_TYPE_BYTE_BUFFER, &Value::byteBufferValue},
+    Row{META_TYPE_FRACTION, &Value::fractionValue}, Row{META_TYPE_RECT, &Value::rectValue},
+};
+// clang-format on
+
+// The row of a type; does not compile for a type without a row.
+template <typename T>
+constexpr Row<T> ROW = std::get<Row<T>>(ROWS);
+
+// The item that a setter of one type writes to: the item of the entry, or a new all-zero item that is not in the
+// map until Insert(). None for a null key and for an entry of another type.
+class Target {
+public:
+    Target(MediaMeta::ItemMap& items, const char* key, MetaType type) : mItems(items)
+    {
+        if (key == nullptr) {
+            return;
+        }
+        mKey = key;
+        mPosition = items.lower_bound(mKey);
+        if (mPosition == items.end() || mPosition->first != mKey) {
+            mNewItem = CreateZeroItem(type);
+            mItem = mNewItem.get();
+        } else if (mPosition->second->mType == type) {
+            mItem = mPosition->second.get();
+        }
+    }
+
+    Item* Get() const { return mItem; }
+
+    void Insert()
+    {
+        if (mNewItem) {
+            mItems.emplace_hint(mPosition, std::move(mKey), std::move(mNewItem));
+        }
+    }
+
+private:
+    MediaMeta::ItemMap& mItems;
+    std::string mKey;
+    MediaMeta::ItemMap::iterator mPosition;
+    std::shared_ptr<Item> mNewItem;
+    Item* mItem = nullptr;
+};
+
+template <typename T>
+bool SetPlain(MediaMeta::ItemMap& items, const char* key, T value)
+{
+    Target target(items, key, ROW<T>.type);
+    Item* item = target.Get();
+    if (item == nullptr) {
+        return false;
+    }
+    item->mValue.*ROW<T>.member = value;
+    target.Insert();
+    return true;
+}
+
+// The item that a getter of `type` reads, or null.
+const Item* FindItem(const MediaMeta::ItemMap& items, const char* key, MetaType type)
+{
+    if (key == nullptr) {
+        return nullptr;
+    }
+    const auto position = items.find(key);
+    if (position == items.end() || position->second->mType != type) {
+        return nullptr;
+    }
+    return position->second.get();
+}
+
+template <typename T>
+bool GetPlain(const MediaMeta::ItemMap& items, const char* key, T& value)
+{
+    const Item* item = FindItem(items, key, ROW<T>.type);
+    if (item == nullptr) {
+        return false;
+    }
+    value = item->mValue.*ROW<T>.member;
+    return true;
+}
+
+}  // namespace
+
+bool StoreText(Item& item, const char* text)
+{
+    char*& stored = item.mValue.stringValue;
+    if (text == nullptr) {
+        return false;
+    }
+    if (stored != nullptr && strcmp(stored, text) == 0) {
+        return true;
+    }
+    char* copy = strdup(text);  // before the old text is released, which may contain `text`
+    if (copy == nullptr) {
+        LOGE("fail to alloc mem for str");
+        return false;
+    }
+    free(stored);
+    stored = copy;
+    return true;
+}
+
+bool CheckBlock(const char* key, MediaMeta::ByteBuffer block)
+{
+    if (key == nullptr || block.data == nullptr || block.size == 0) {
+        LOGE("name %p, data %p, size %zu", static_cast<const void*>(key), static_cast<void*>(block.data),
+             block.size);
+        return false;
+    }
+    return true;
+}
+
+bool StoreBlock(Item& item, MediaMeta::ByteBuffer block)
+{
+    // Copied before the old block is released: `block` may be that block.
+    std::unique_ptr<uint8_t[]> copy(new uint8_t[block.size]);  // not make_unique(), which zeroes the bytes first
+    const bool isCopied = memcpy_s(copy.get(), block.size, block.data, block.size) == 0;
+    delete[] item.mValue.byteBufferValue.data;
+    item.mValue.byteBufferValue = {block.size, copy.release()};
+    return isCopied;
+}
+
+bool MediaMeta::SetInt8(const char* key, int8_t value) { return SetPlain(mItems, key, value); }
+bool MediaMeta::SetInt16(const char* key, int16_t value) { return SetPlain(mItems, key, value); }
+bool MediaMeta::SetInt32(const char* key, int32_t value) { return SetPlain(mItems, key, value); }
+bool MediaMeta::SetInt64(const char* key, int64_t value) { return SetPlain(mItems, key, value); }
+bool MediaMeta::SetUint8(const char* key, uint8_t value) { return SetPlain(mItems, key, value); }
+bool MediaMeta::SetUint16(const char* key, uint16_t value) { return SetPlain(mItems, key, value); }
+bool MediaMeta::SetUint32(const char* key, uint32_t value) { return SetPlain(mItems, key, value); }
+bool MediaMeta::SetUint64(const char* key, uint64_t value) { return SetPlain(mItems, key, value); }
+bool MediaMeta::SetFloat(const char* key, float value) { return SetPlain(mItems, key, value); }
+bool MediaMeta::SetDouble(const char* key, double value) { return SetPlain(mItems, key, value); }
+bool MediaMeta::SetPointer(const char* key, void* value) { return SetPlain(mItems, key, value); }
+
+bool MediaMeta::SetFraction(const char* key, Fraction value)
+{
+    return value.den != 0 && SetPlain(mItems, key, value);
+}
+
+bool MediaMeta::SetFraction(const char* key, int32_t num, int32_t den)
+{
+    return SetFraction(key, Fraction{num, den});
+}
+
+bool MediaMeta::SetRect(const char* key, Rect value) { return SetPlain(mItems, key, value); }
+
+bool MediaMeta::SetRect(const char* key, int32_t a, int32_t b, int32_t c, int32_t d)
+{
+    return SetRect(key, Rect{a, b, c, d});
+}
+
+bool MediaMeta::SetString(const char* key, const char* value)
+{
+    Target target(mItems, key, META_TYPE_STRING);
+    if (target.Get() == nullptr || !StoreText(*target.Get(), value)) {
+        return false;
+    }
+    target.Insert();
+    return true;
+}
+
+bool MediaMeta::SetByteBuffer(const char* key, ByteBuffer value)
+{
+    if (!CheckBlock(key, value)) {
+        return false;
+    }
+    Target target(mItems, key, META_TYPE_BYTE_BUFFER);
+    if (target.Get() == nullptr) {
+        return false;
+    }
+    const bool isCopied = StoreBlock(*target.Get(), value);
+    target.Insert();
+    return isCopied;
+}
+
+bool MediaMeta::SetByteBuffer(const char* key, uint8_t* data, uint64_t size)
+{
+    return SetByteBuffer(key, ByteBuffer{size, data});
+}
+
+bool MediaMeta::SetObject(const char* key, const std::shared_ptr<MetaBase>& value)
+{
+    auto previous = value;  // released last: the destructor of the previous object may call the container
+    Target target(mItems, key, META_TYPE_OBJECT);
+    if (target.Get() == nullptr) {
+        return false;
+    }
+    target.Get()->mObject.swap(previous);
+    target.Insert();
+    return true;
+}
+
+bool MediaMeta::GetInt8(const char* key, int8_t& value) const { return GetPlain(mItems, key, value); }
+bool MediaMeta::GetInt16(const char* key, int16_t& value) const { return GetPlain(mItems, key, value); }
+bool MediaMeta::GetInt32(const char* key, int32_t& value) const { return GetPlain(mItems, key, value); }
+bool MediaMeta::GetInt64(const char* key, int64_t& value) const { return GetPlain(mItems, key, value); }
+bool MediaMeta::GetUint8(const char* key, uint8_t& value) const { return GetPlain(mItems, key, value); }
+bool MediaMeta::GetUint16(const char* key, uint16_t& value) const { return GetPlain(mItems, key, value); }
+bool MediaMeta::GetUint32(const char* key, uint32_t& value) const { return GetPlain(mItems, key, value); }
+bool MediaMeta::GetUint64(const char* key, uint64_t& value) const { return GetPlain(mItems, key, value); }
+bool MediaMeta::GetFloat(const char* key, float& value) const { return GetPlain(mItems, key, value); }
+bool MediaMeta::GetDouble(const char* key, double& value) const { return GetPlain(mItems, key, value); }
+bool MediaMeta::GetPointer(const char* key, void*& value) const { return GetPlain(mItems, key, value); }
+bool MediaMeta::GetFraction(const char* key, Fraction& value) const { return GetPlain(mItems, key, value); }
+bool MediaMeta::GetRect(const char* key, Rect& value) const { return GetPlain(mItems, key, value); }
+bool MediaMeta::GetByteBuffer(const char* key, ByteBuffer& value) const { return GetPlain(mItems, key, value); }
+
+bool MediaMeta::GetFraction(const char* key, int32_t& num, int32_t& den) const
+{
+    Fraction value{};
+    if (!GetFraction(key, value)) {
+        return false;
+    }
+    num = value.num;
+    den = value.den;
+    return true;
+}
+
+bool MediaMeta::GetRect(const char* key, int32_t& a, int32_t& b, int32_t& c, int32_t& d) const
+{
+    Rect value{};
+    if (!GetRect(key, value)) {
+        return false;
+    }
+    a = value.a;
+    b = value.b;
+    c = value.c;
+    d = value.d;
+    return true;
+}
+
+bool MediaMeta::GetByteBuffer(const char* key, uint8_t*& data, int32_t& size) const
+{
+    ByteBuffer value{};
+    if (!GetByteBuffer(key, value)) {
+        return false;
+    }
+    data = value.data;
+    size = static_cast<int32_t>(static_cast<uint32_t>(value.size));
+    return true;
+}
+
+bool MediaMeta::GetString(const char* key, const char*& value) const
+{
+    const Item* item = FindItem(mItems, key, META_TYPE_STRING);
+    if (item == nullptr) {
+        return false;
+    }
+    value = item->mValue.stringValue;
+    return true;
+}
+
+bool MediaMeta::GetObject(const char* key, std::shared_ptr<MetaBase>& value) const
+{
+    const Item* item = FindItem(mItems, key, META_TYPE_OBJECT);
+    if (item == nullptr) {
+        return false;
+    }
+    value = item->mObject;
+    return true;
+}
+
+}  // namespace osal
