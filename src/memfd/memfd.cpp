@@ -1,6 +1,7 @@
 #include "osal/memfd.h"
 
-#include <android/log.h>
+#include "../log.h"
+
 #include <cerrno>
 #include <climits>
 #include <fcntl.h>
@@ -16,10 +17,10 @@ namespace {
 
 constexpr const char* TAG = "Memoryfd";
 
-// The kernel's number; headers that are older than the seal do not have it.
+// The kernel's number, which older headers do not have.
 constexpr int SEAL_FUTURE_WRITE = 0x10;
 
-// A memory file on a descriptor of 1 or more, since 0 counts as invalid; -1 with errno set.
+// A memory file on a descriptor of 1 or more, because 0 counts as invalid; or -1, with errno set.
 int CreateMemoryFile(const char* name)
 {
     const int fd = static_cast<int>(syscall(SYS_memfd_create, name, MFD_ALLOW_SEALING));
@@ -39,19 +40,16 @@ int MemfdCreateRegion(std::string name, unsigned long size)
 {
     const auto signedSize = static_cast<ssize_t>(size);
     if (size == 0 || name.empty()) {
-        __android_log_print(ANDROID_LOG_ERROR, TAG, "Is memfd name: %s  empty or size: %zd less than zero?",
-                            name.c_str(), signedSize);
+        LOGE("Is memfd name: %s  empty or size: %zd less than zero?", name.c_str(), signedSize);
         return -1;
     }
     const int fd = CreateMemoryFile(name.c_str());
     if (fd == -1) {
-        __android_log_print(ANDROID_LOG_ERROR, TAG, "%s(%s, %zd) failed: %d.", __func__, name.c_str(), signedSize,
-                            errno);
+        LOGE("%s(%s, %zd) failed: %d.", __func__, name.c_str(), signedSize, errno);
         return -1;
     }
     if (ftruncate(fd, signedSize) == -1) {
-        __android_log_print(ANDROID_LOG_ERROR, TAG, "ftruncate(%s, %zd) failed for memfd creation: %d.",
-                            name.c_str(), signedSize, errno);
+        LOGE("ftruncate(%s, %zd) failed for memfd creation: %d.", name.c_str(), signedSize, errno);
         close(fd);
         return -1;
     }
@@ -61,7 +59,7 @@ int MemfdCreateRegion(std::string name, unsigned long size)
 bool MemfdIsValid(int fd)
 {
     if (fd < 1 || fcntl(fd, F_GET_SEALS) == -1) {
-        __android_log_print(ANDROID_LOG_ERROR, TAG, "Invalid memfd: %d", fd);
+        LOGE("Invalid memfd: %d", fd);
         return false;
     }
     return true;
@@ -73,15 +71,14 @@ int MemfdSetProtRegion(int fd, int prot)
         return -1;
     }
     if ((prot & PROT_WRITE) != 0) {
-        __android_log_print(ANDROID_LOG_DEBUG, TAG, "Only proceed if the fd needs to be write-protected.");
+        LOGD("Only proceed if the fd needs to be write-protected.");
         return 0;
     }
     if (fcntl(fd, F_ADD_SEALS, SEAL_FUTURE_WRITE) == -1) {
         const int error = errno;
-        __android_log_print(ANDROID_LOG_ERROR, TAG, "%s(%d, %d): F_SEAL_FUTURE_WRITE seal failed: %d.", __func__,
-                            fd, prot, error);
+        LOGE("%s(%d, %d): F_SEAL_FUTURE_WRITE seal failed: %d.", __func__, fd, prot, error);
         if (error == EINVAL) {
-            __android_log_print(ANDROID_LOG_ERROR, TAG, "The kernel does not support this function.");
+            LOGE("The kernel does not support this function.");
         }
         return -1;
     }
@@ -95,12 +92,11 @@ int MemfdGetRegionSize(int fd)
     }
     struct stat status {};
     if (fstat(fd, &status) == -1) {
-        __android_log_print(ANDROID_LOG_ERROR, TAG, "%s(%d): fstat failed: %d.", __func__, fd, errno);
+        LOGE("%s(%d): fstat failed: %d.", __func__, fd, errno);
         return -1;
     }
     if (status.st_size > INT_MAX) {
-        __android_log_print(ANDROID_LOG_ERROR, TAG, "%s(%d): size %lld is more than an int holds.", __func__, fd,
-                            static_cast<long long>(status.st_size));
+        LOGE("%s(%d): size %lld is more than an int holds.", __func__, fd, static_cast<long long>(status.st_size));
         return -1;
     }
     return static_cast<int>(status.st_size);

@@ -1,6 +1,7 @@
 #include "osal/media_param.h"
 
-#include <android/log.h>
+#include "../log.h"
+
 #include <cstring>
 #include <memcpy_s.h>
 #include <utility>
@@ -11,7 +12,7 @@ namespace {
 
 constexpr const char* TAG = "MediaParam";
 
-// From the last to the first: what was handed in later may rest on what was handed in before it.
+// From the last to the first: an object that was written later may depend on objects that were written before it.
 void ReleaseRefs(std::vector<std::shared_ptr<MediaRefBase>>& refs)
 {
     while (!refs.empty()) {
@@ -21,20 +22,17 @@ void ReleaseRefs(std::vector<std::shared_ptr<MediaRefBase>>& refs)
 
 }  // namespace
 
-// The widths that writers and readers of a parcel count on.
+// The widths that writers and readers of a parcel rely on.
 static_assert(sizeof(float) == 4 && sizeof(double) == 8 && sizeof(uint8_t*) == 8);
 
 MediaRefBase::~MediaRefBase() = default;
 
-// new[] and not make_unique(): nobody looks at bytes that were not written, so they need no zeroing.
+// new[] and not make_unique(), which zeroes the bytes: nobody reads bytes that were not written.
 MediaParam::MediaParam() : mData(new uint8_t[MEDIA_PARAM_CAPACITY]), mCapacity(MEDIA_PARAM_CAPACITY) {}
 
 MediaParam::MediaParam(const MediaParam& other) : MediaParam(&other) {}
 
-MediaParam::MediaParam(const MediaParam* other)
-{
-    Copy(other);
-}
+MediaParam::MediaParam(const MediaParam* other) { Copy(other); }
 
 MediaParam& MediaParam::operator=(const MediaParam& other)
 {
@@ -42,15 +40,12 @@ MediaParam& MediaParam::operator=(const MediaParam& other)
     return *this;
 }
 
-MediaParam::~MediaParam()
-{
-    Reset();
-}
+MediaParam::~MediaParam() { Reset(); }
 
 void MediaParam::Copy(const MediaParam* other)
 {
     if (other == nullptr) {
-        __android_log_print(ANDROID_LOG_ERROR, TAG, "%s: Target pointer can not be nullptr", __func__);
+        LOGE("%s: Target pointer can not be nullptr", __func__);
         return;
     }
     if (other == this) {
@@ -59,10 +54,10 @@ void MediaParam::Copy(const MediaParam* other)
     const uint64_t size = other->mCapacity;
     if (size == 0) {
         Reset();
-        __android_log_print(ANDROID_LOG_ERROR, TAG, "%s:Copy failed, invalid size: %zu.", __func__, size);
+        LOGE("%s:Copy failed, invalid size: %zu.", __func__, size);
         return;
     }
-    // Everything that can throw comes first: then this parcel is still as it was.
+    // All allocations come first: if one throws, this parcel is unchanged.
     std::unique_ptr<uint8_t[]> data(new uint8_t[size]);
     // Assigned, not constructed: libc++ 14 leaks a vector whose copy construction runs out of memory.
     std::vector<std::string> strings;
@@ -71,7 +66,7 @@ void MediaParam::Copy(const MediaParam* other)
 
     if (memcpy_s(data.get(), size, other->mData.get(), size) != 0) {
         Reset();
-        __android_log_print(ANDROID_LOG_ERROR, TAG, "%s: memcpy failed.", __func__);
+        LOGE("%s: memcpy failed.", __func__);
         return;
     }
     mData = std::move(data);
@@ -101,7 +96,7 @@ template <typename T>
 int32_t MediaParam::WriteFixed(T value)
 {
     if (mCapacity - mWritePos < sizeof(value)) {
-        __android_log_print(ANDROID_LOG_ERROR, TAG, "%s failed: ERR_NO_MORE.", __func__);
+        LOGE("%s failed: ERR_NO_MORE.", __func__);
         return ERR_NO_MORE;
     }
     memcpy(mData.get() + mWritePos, &value, sizeof(value));
@@ -116,7 +111,7 @@ int32_t MediaParam::ReadFixed(T* out) const
         return ERR_NO_MORE;
     }
     if (mWritePos - mReadPos < sizeof(*out)) {
-        __android_log_print(ANDROID_LOG_ERROR, TAG, "%s failed: ERR_NO_MORE.", __func__);
+        LOGE("%s failed: ERR_NO_MORE.", __func__);
         return ERR_NO_MORE;
     }
     memcpy(out, mData.get() + mReadPos, sizeof(*out));
@@ -124,30 +119,15 @@ int32_t MediaParam::ReadFixed(T* out) const
     return 0;
 }
 
-int32_t MediaParam::WriteInt32(int32_t value)
-{
-    return WriteFixed(value);
-}
+int32_t MediaParam::WriteInt32(int32_t value) { return WriteFixed(value); }
 
-int32_t MediaParam::WriteInt64(int64_t value)
-{
-    return WriteFixed(value);
-}
+int32_t MediaParam::WriteInt64(int64_t value) { return WriteFixed(value); }
 
-int32_t MediaParam::WriteFloat(float value)
-{
-    return WriteFixed(value);
-}
+int32_t MediaParam::WriteFloat(float value) { return WriteFixed(value); }
 
-int32_t MediaParam::WriteDouble(double value)
-{
-    return WriteFixed(value);
-}
+int32_t MediaParam::WriteDouble(double value) { return WriteFixed(value); }
 
-int32_t MediaParam::WriteRawPointer(const uint8_t* ptr)
-{
-    return WriteFixed(ptr);
-}
+int32_t MediaParam::WriteRawPointer(const uint8_t* ptr) { return WriteFixed(ptr); }
 
 int32_t MediaParam::WriteString(const char* str)
 {
@@ -164,30 +144,15 @@ int32_t MediaParam::WritePointer(const std::shared_ptr<MediaRefBase>& ref)
     return 0;
 }
 
-int32_t MediaParam::ReadInt32(int32_t* out) const
-{
-    return ReadFixed(out);
-}
+int32_t MediaParam::ReadInt32(int32_t* out) const { return ReadFixed(out); }
 
-int32_t MediaParam::ReadInt64(int64_t* out) const
-{
-    return ReadFixed(out);
-}
+int32_t MediaParam::ReadInt64(int64_t* out) const { return ReadFixed(out); }
 
-int32_t MediaParam::ReadFloat(float* out) const
-{
-    return ReadFixed(out);
-}
+int32_t MediaParam::ReadFloat(float* out) const { return ReadFixed(out); }
 
-int32_t MediaParam::ReadDouble(double* out) const
-{
-    return ReadFixed(out);
-}
+int32_t MediaParam::ReadDouble(double* out) const { return ReadFixed(out); }
 
-int32_t MediaParam::ReadRawPointer(uint8_t** out) const
-{
-    return ReadFixed(out);
-}
+int32_t MediaParam::ReadRawPointer(uint8_t** out) const { return ReadFixed(out); }
 
 int32_t MediaParam::ReadInt32() const
 {

@@ -16,7 +16,7 @@ void MsgHandlerBase::Wait()
 
 void MsgHandlerBase::NotifyFinished()
 {
-    // Notified under the lock: a waiter may destroy the handler as soon as it gets hold of it.
+    // Notified under the lock: as soon as a waiter has the lock, it may destroy the handler.
     const std::lock_guard<std::mutex> lock(mMutex);
     mFinished = true;
     mCond.notify_all();

@@ -1,7 +1,8 @@
 #include "osal/msg_queue.h"
 
+#include "../log.h"
+
 #include <algorithm>
-#include <android/log.h>
 #include <cerrno>
 #include <chrono>
 #include <monotonic_wait.h>
@@ -14,17 +15,31 @@ namespace {
 
 constexpr const char* TAG = "MsgQueue";
 
-// The longest single wait. The standard library adds a wait to the clock in signed 64 bits, which a due time
-// far away would overflow; the worker then sleeps in slices.
-constexpr uint64_t MAX_WAIT_NS = 24ULL * 3600 * 1'000'000'000;
+// The longest single wait. The end of a wait is the clock plus the wait in signed 64 bits, which a longer wait
+// could overflow.
+constexpr uint64_t MAX_WAIT_NS = 1ULL << 62;
 
-// How many keys a step may gather: whoever queues a message waits meanwhile.
+// How many due times a step may gather. Callers that queue messages wait during that time.
 constexpr int MAX_GATHERED = 16;
 
 uint64_t NowNs()
 {
     const auto now = std::chrono::steady_clock::now().time_since_epoch();
     return static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::nanoseconds>(now).count());
+}
+
+// Moves the messages of the next due times to the list of the first, up to `nowNs`, the last reading of the clock.
+// The steps that run these messages then hold the lock for a shorter time. This keeps the order: a message that is
+// queued later is never due before the last reading of the clock, so that it belongs behind all gathered messages.
+template <typename Msgs>
+void GatherDue(Msgs& msgs, uint64_t nowNs)
+{
+    auto& due = msgs.begin()->second;
+    auto next = std::next(msgs.begin());
+    for (int i = 0; i < MAX_GATHERED && next != msgs.end() && next->first <= nowNs; ++i) {
+        due.splice(due.end(), next->second);
+        next = msgs.erase(next);
+    }
 }
 
 }  // namespace
@@ -44,20 +59,18 @@ MsgQueue::MsgQueue() : mName("Unknown"), mStopped(true), mStops(0), mNowNs(0) {}
 MsgQueue::~MsgQueue()
 {
     Stop();
-    // On the worker itself Stop() was refused, and what is pending would be lost without a word.
-    DropAll();
+    DropAll();  // on the worker itself, where Stop() is refused
 }
 
 int32_t MsgQueue::Start(const std::string& name, Thread::Priority priority)
 {
     std::unique_lock<std::mutex> lock(mMutex);
-    // A worker that is being stopped must see mStopped until it has ended, or it would never end.
+    // A worker that is being stopped must find mStopped set until it has ended. Otherwise it would never end.
     while (mThread && mStopped && !mThread->IsWorker()) {
         mCond.wait(lock);
     }
     if (mThread) {
-        __android_log_print(ANDROID_LOG_INFO, TAG, "%s: MsgProcessor %s is not stop, ignored!", __func__,
-                            mName.c_str());
+        LOGI("%s: MsgProcessor %s is not stop, ignored!", __func__, mName.c_str());
         return mStopped ? -EEXIST : 0;
     }
     mName = name;
@@ -65,7 +78,7 @@ int32_t MsgQueue::Start(const std::string& name, Thread::Priority priority)
     if (!worker) {
         return -ENOMEM;
     }
-    // The worker's first step waits for the lock, so it finds what is set below.
+    // The first step of the worker waits for the lock, so it finds the fields as they are set below.
     const int32_t result = worker->Start(name, priority);
     if (result == 0) {
         mThread = std::move(worker);
@@ -78,7 +91,7 @@ void MsgQueue::Stop()
 {
     std::unique_lock<std::mutex> lock(mMutex);
     if (mThread && mThread->IsWorker()) {
-        mThread->Stop();  // refuses, and says so in the log
+        mThread->Stop();  // logs the refusal
         return;
     }
     if (mThread && mStopped) {
@@ -91,10 +104,11 @@ void MsgQueue::Stop()
         return;
     }
     lock.unlock();
+    // mThread is read without the lock: while mStopped is set and mThread too, only this call may change it.
     mThread->Stop();
     DropAll();
     lock.lock();
-    const std::unique_ptr<Thread> worker = std::move(mThread);  // released after the lock
+    const std::unique_ptr<Thread> worker = std::move(mThread);  // destroyed without the lock
     ++mStops;
     mCond.notify_all();
     lock.unlock();
@@ -111,18 +125,19 @@ int32_t MsgQueue::QueueMsg(IMsgHandler* handler, uint64_t delayNs)
     if (handler == nullptr) {
         return -ENOSYS;
     }
-    // Allocated ahead of the lock, and of the map entry: an entry left behind without its message would make
-    // later messages look as if the worker had been woken for an earlier one.
-    std::list<MsgItem> message(1, MsgItem{handler, 0});
     const std::lock_guard<std::mutex> lock(mMutex);
     if (mStopped) {
-        __android_log_print(ANDROID_LOG_ERROR, TAG, "%s: QueueMsg thread not start!", __func__);
+        LOGE("%s: QueueMsg thread not start!", __func__);
         return -ENOSYS;
     }
-    // With all that is pending known to be due, a message without delay goes behind it: a new reading of the clock
-    // would give the same order.
-    const bool isNext = delayNs == 0 && (mMsgs.empty() || mMsgs.rbegin()->first <= mNowNs);
-    const auto position = mMsgs.try_emplace(mMsgs.end(), isNext ? mNowNs : NowNs() + delayNs);
+    // Allocated before the map entry: an entry without a message, left by a failed allocation, would make later
+    // messages look as if the worker had been woken for an earlier one.
+    std::list<MsgItem> message(1, MsgItem{handler, 0});
+    // If all pending messages are known to be due, a message without delay belongs behind them, as a new reading
+    // of the clock would show.
+    const bool isClockNeeded = delayNs != 0 || (!mMsgs.empty() && mMsgs.rbegin()->first > mNowNs);
+    const uint64_t dueNs = isClockNeeded ? NowNs() + delayNs : mNowNs;
+    const auto position = mMsgs.try_emplace(mMsgs.end(), dueNs);
     position->second.splice(position->second.end(), message);
     if (position == mMsgs.begin()) {
         mCond.notify_all();
@@ -135,22 +150,24 @@ void MsgQueue::RemoveMsg(IMsgHandler* handler)
     if (handler == nullptr) {
         return;
     }
+    std::list<MsgItem> removed;  // freed after the lock
     const std::lock_guard<std::mutex> lock(mMutex);
     for (auto position = mMsgs.begin(); position != mMsgs.end();) {
-        position->second.remove_if([handler](const MsgItem& item) {
-            if (item.mHandler != handler) {
-                return false;
+        std::list<MsgItem>& items = position->second;
+        for (auto next = items.begin(); next != items.end();) {
+            const auto item = next++;
+            if (item->mHandler == handler) {
+                handler->NotifyFinished();
+                removed.splice(removed.end(), items, item);
             }
-            handler->NotifyFinished();
-            return true;
-        });
-        position = position->second.empty() ? mMsgs.erase(position) : std::next(position);
+        }
+        position = items.empty() ? mMsgs.erase(position) : std::next(position);
     }
 }
 
 bool MsgQueue::MsgProcessor()
 {
-    std::list<MsgItem> message;  // released after the lock
+    std::list<MsgItem> message;  // freed after the lock
     std::unique_lock<std::mutex> lock(mMutex);
     while (!mMsgs.empty() && mMsgs.begin()->second.empty()) {
         mMsgs.erase(mMsgs.begin());
@@ -167,26 +184,22 @@ bool MsgQueue::MsgProcessor()
             return true;
         }
     }
+    // The list has a message: empty lists were erased above, and only this thread leaves empty lists behind.
     std::list<MsgItem>& due = head->second;
     if (due.size() == 1) {
-        // What is due next joins the list: the steps that run it will hold the lock for as good as no time.
-        auto next = std::next(head);
-        for (int i = 0; i < MAX_GATHERED && next != mMsgs.end() && next->first <= mNowNs; ++i) {
-            due.splice(due.end(), next->second);
-            next = mMsgs.erase(next);
-        }
+        GatherDue(mMsgs, mNowNs);
     }
     message.splice(message.end(), due, due.begin());
     lock.unlock();
     MsgItem& item = message.front();
     item.mHandler->HandleMsg(item.mArg);
-    // The handler may have destroyed the queue: nothing of it may be touched from here on.
+    // The handler may have destroyed the queue: from here on, no field of the queue may be used.
     return true;
 }
 
 void MsgQueue::DropAll()
 {
-    std::map<uint64_t, std::list<MsgItem>> dropped;  // released after the lock
+    std::map<uint64_t, std::list<MsgItem>> dropped;  // freed after the lock
     const std::lock_guard<std::mutex> lock(mMutex);
     for (const auto& [dueNs, items] : mMsgs) {
         for (const MsgItem& item : items) {

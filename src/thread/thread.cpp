@@ -2,7 +2,8 @@
 
 #include "osal/utils.h"
 
-#include <android/log.h>
+#include "../log.h"
+
 #include <cerrno>
 #include <system_error>
 #include <type_traits>
@@ -13,8 +14,8 @@ namespace {
 
 constexpr const char* TAG = "NuThread";
 
-// The object whose worker the calling thread is. It outlives the object itself, so that a worker can tell
-// that its Run() has destroyed it.
+// The object of which the calling thread is the worker. The pointer outlives the object, so that a worker can tell
+// that Run() has destroyed the object.
 thread_local const Thread* tWorkerOf = nullptr;
 
 }  // namespace
@@ -27,7 +28,7 @@ Thread::~Thread()
 {
     Stop();
     if (IsWorker()) {
-        // Which cannot join itself, so that Stop() was refused: it is let go instead.
+        // The worker cannot join itself, and Stop() was refused. The detached worker ends after Run().
         tWorkerOf = nullptr;
         mThread->detach();
     }
@@ -35,10 +36,10 @@ Thread::~Thread()
 
 int32_t Thread::Start(const std::string& name, Priority priority)
 {
-    // Held until the thread exists and all is recorded: the worker's first act is to take it.
+    // Held until all fields are set: the first action of the worker is to lock the mutex.
     const std::lock_guard<std::mutex> lock(mMutex);
     if (mThread) {
-        __android_log_print(ANDROID_LOG_INFO, TAG, "%s:  Thread %s is not stop, ignore!", __func__, mName.c_str());
+        LOGI("%s:  Thread %s is not stop, ignore!", __func__, mName.c_str());
         return -EEXIST;
     }
     mName = name;
@@ -46,7 +47,7 @@ int32_t Thread::Start(const std::string& name, Priority priority)
     try {
         mThread = std::make_unique<std::thread>(&Thread::ThreadFunc, this);
     } catch (const std::system_error&) {
-        __android_log_print(ANDROID_LOG_ERROR, TAG, "%s: Create thread %s failed!", __func__, mName.c_str());
+        LOGE("%s: Create thread %s failed!", __func__, mName.c_str());
         return -ENOMEM;
     }
     mPriority = priority;
@@ -60,17 +61,17 @@ void Thread::Stop()
         return;
     }
     if (IsWorker()) {
-        __android_log_print(ANDROID_LOG_WARN, TAG, "%s: Thread %s is not allowed to stop itself", __func__,
-                            mName.c_str());
+        LOGW("%s: Thread %s is not allowed to stop itself", __func__, mName.c_str());
         return;
     }
     if (mStop) {
-        // Another thread is joining the worker, and only one may.
+        // Another thread is joining the worker, and only one thread may.
         mCond.wait(lock, [this, stops = mStops] { return mStops != stops; });
         return;
     }
     mStop = true;
     lock.unlock();
+    // mThread is read without the lock: while mStop is set and mThread too, only this call may change it.
     mThread->join();
     lock.lock();
     mThread.reset();
@@ -84,10 +85,7 @@ int32_t Thread::GetId()
     return mThread ? mId : -1;
 }
 
-bool Thread::IsWorker() const
-{
-    return tWorkerOf == this;
-}
+bool Thread::IsWorker() const { return tWorkerOf == this; }
 
 void Thread::ThreadFunc()
 {
@@ -97,14 +95,13 @@ void Thread::ThreadFunc()
         mId = GetTid();
         mCond.notify_all();
     }
-    // Without the lock from here on: nothing changes the name and the priority while there is a worker.
+    // Without the lock from here on: nothing changes mName, mPriority and mId while there is a worker.
     SetThreadName(mName);
     const int error = SetThreadPriority(GetThreadId(), mPriority);
     if (error != 0) {
-        __android_log_print(ANDROID_LOG_WARN, TAG, "%s, SetThreadPriority ret:%d, mId:%d", mName.c_str(), error,
-                            mId);
+        LOGW("%s, SetThreadPriority ret:%d, mId:%d", mName.c_str(), error, mId);
     }
-    // Once Run() has destroyed the object, nothing of it may be read or called.
+    // If Run() has destroyed the object, no field of the object may be used.
     while (!mStop && Run() && tWorkerOf == this) {
     }
 }

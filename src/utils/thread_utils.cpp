@@ -1,6 +1,7 @@
 #include "osal/utils.h"
 
-#include <android/log.h>
+#include "../log.h"
+
 #include <cstring>
 #include <pthread.h>
 #include <sched.h>
@@ -15,25 +16,19 @@ namespace {
 
 constexpr const char* TAG = "NuThread";
 
-// The handle travels as a long; the system's type is an unsigned long on some platforms, a long on others.
+// The interface passes the handle as a long. The system's type is an unsigned long on some platforms.
 static_assert(sizeof(pthread_t) == sizeof(long));
 
 }  // namespace
 
-pid_t GetTid()
-{
-    return static_cast<pid_t>(syscall(SYS_gettid));
-}
+pid_t GetTid() { return static_cast<pid_t>(syscall(SYS_gettid)); }
 
-long GetThreadId()
-{
-    return static_cast<long>(pthread_self());
-}
+long GetThreadId() { return static_cast<long>(pthread_self()); }
 
 void SetThreadName(const std::string& name)
 {
     if (name.empty()) {
-        __android_log_print(ANDROID_LOG_WARN, TAG, "%s: ThreadName can't be empty.", __func__);
+        LOGW("%s: ThreadName can't be empty.", __func__);
         return;
     }
     // Not pthread_setname_np(), which refuses a long name instead of shortening it.
@@ -47,15 +42,13 @@ int SetThreadPriority(long thread, int priority)
     sched_param param{};
     int error = pthread_getschedparam(handle, &policy, &param);
     if (error != 0) {
-        __android_log_print(ANDROID_LOG_ERROR, TAG, "%s: pthread_getschedparam failed: %d, %s", __func__, error,
-                            strerror(error));
+        LOGE("%s: pthread_getschedparam failed: %d, %s", __func__, error, strerror(error));
         return error;
     }
     param.sched_priority = priority;
     error = pthread_setschedparam(handle, SCHED_FIFO, &param);
     if (error != 0) {
-        __android_log_print(ANDROID_LOG_ERROR, TAG, "%s: pthread_setschedparam failed: %d, %s", __func__, error,
-                            strerror(error));
+        LOGE("%s: pthread_setschedparam failed: %d, %s", __func__, error, strerror(error));
         return error;
     }
     return 0;
