@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
-# Compares the binary interface with the baseline in abi/: the exported symbols of the library, and the public types
-# with the order of their fields and virtual operations. --renew writes the baseline anew, which every user of the
-# library has to know about. Presets other than the default, release, have to offer the same symbols.
+# Checks that the library exports every operation that the public headers declare, and compares the binary interface
+# with the baseline in abi/: the exported symbols, and the public types with the order of their fields and virtual
+# operations. --renew writes a new baseline; users of the library have to be told about the difference. Presets other
+# than the default, release, have to export the same symbols.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/lib.sh
@@ -10,15 +11,18 @@ renew=false
 [ "${1-}" != --renew ] || { renew=true; shift; }
 presets=("${@:-release}")
 [[ "${presets[*]}" != *-* ]] || fail "usage: check_abi.sh [--renew] [PRESET...]"
-need c++=g++ g++=g++ cmake=cmake ninja=ninja-build abidiff=abigail-tools
+need c++=g++ g++=g++ clang++=clang cmake=cmake ninja=ninja-build abidiff=abigail-tools python3=python3
 mkdir -p build/abi
+scripts/public_operations.py | LC_ALL=C sort >build/abi/operations || fail "cannot read the public headers"
 
 for preset in "${presets[@]}"; do
     build "$preset" -DOSAL_BUILD_TESTS=OFF
     symbols=build/abi/$preset.symbols
     nm -D --defined-only "build/$preset/libosal.so" | awk '{ print $3 }' | LC_ALL=C sort >"$symbols"
+    missing=$(LC_ALL=C comm -23 build/abi/operations "$symbols" | c++filt)
+    [ -z "$missing" ] || fail "the preset $preset does not export these operations of the public headers: $missing"
     ! grep -v -E '^(_ZN4osal|_ZNK4osal|_ZT[ISV]N4osal|__android_log_print$)' "$symbols" ||
-        fail "the preset $preset exports what is not the library's"
+        fail "the preset $preset exports symbols that are not of the library"
     if $renew; then
         cp "$symbols" abi/osal.symbols
     fi
