@@ -131,38 +131,35 @@ bool WriteValue(MediaParam& param, const Item& item)
     return false;
 }
 
-// False if there is no text. Resets `item` if there is no memory for its text.
-bool ReadText(const MediaParam& param, std::shared_ptr<Item>& item)
+enum ReadResult { COMPLETE, INCOMPLETE, NO_MEMORY };
+
+ReadResult ReadText(const MediaParam& param, Item& item)
 {
     const char* text = param.ReadString();
     if (text == nullptr) {
-        return false;
+        return INCOMPLETE;
     }
-    if (!StoreText(*item, text)) {
-        item.reset();
-        return false;
-    }
-    return true;
+    return StoreText(item, text) ? COMPLETE : NO_MEMORY;
 }
 
-// Reads what WriteValue() wrote for the type. False if the value is not carried, and as ReadText().
-bool ReadValue(const MediaParam& param, std::shared_ptr<Item>& item)
+// Reads exactly what WriteValue() wrote for the type of the item.
+ReadResult ReadValue(const MediaParam& param, Item& item)
 {
-    Item::Value& value = item->mValue;
-    switch (item->mType) {
-        case META_TYPE_INT32: value.int32Value = param.ReadInt32(); return true;
-        case META_TYPE_INT64: value.int64Value = param.ReadInt64(); return true;
+    Item::Value& value = item.mValue;
+    switch (item.mType) {
+        case META_TYPE_INT32: value.int32Value = param.ReadInt32(); return COMPLETE;
+        case META_TYPE_INT64: value.int64Value = param.ReadInt64(); return COMPLETE;
         // NOLINTNEXTLINE(performance-no-int-to-ptr): an address is carried as an integer
-        case META_TYPE_POINTER: value.pointerValue = reinterpret_cast<void*>(param.ReadInt64()); return true;
-        case META_TYPE_FLOAT: value.floatValue = static_cast<float>(param.ReadDouble()); return true;
-        case META_TYPE_DOUBLE: value.doubleValue = param.ReadDouble(); return true;
+        case META_TYPE_POINTER: value.pointerValue = reinterpret_cast<void*>(param.ReadInt64()); return COMPLETE;
+        case META_TYPE_FLOAT: value.floatValue = static_cast<float>(param.ReadDouble()); return COMPLETE;
+        case META_TYPE_DOUBLE: value.doubleValue = param.ReadDouble(); return COMPLETE;
         case META_TYPE_STRING: return ReadText(param, item);
-        case META_TYPE_FRACTION: value.fractionValue = {param.ReadInt32(), param.ReadInt32()}; return true;
+        case META_TYPE_FRACTION: value.fractionValue = {param.ReadInt32(), param.ReadInt32()}; return COMPLETE;
         case META_TYPE_RECT:
             value.rectValue = {param.ReadInt32(), param.ReadInt32(), param.ReadInt32(), param.ReadInt32()};
-            return true;
-        case META_TYPE_BYTE_BUFFER: LOGE("MediaParam doesn't support ReadByteBuffer method"); return false;
-        case META_TYPE_OBJECT: LOGE("MediaParam doesn't support ReadObject method"); return false;
+            return COMPLETE;
+        case META_TYPE_BYTE_BUFFER: LOGE("MediaParam doesn't support ReadByteBuffer method"); return INCOMPLETE;
+        case META_TYPE_OBJECT: LOGE("MediaParam doesn't support ReadObject method"); return INCOMPLETE;
         case META_TYPE_NONE:
         case META_TYPE_INT8:
         case META_TYPE_INT16:
@@ -171,11 +168,12 @@ bool ReadValue(const MediaParam& param, std::shared_ptr<Item>& item)
         case META_TYPE_UINT32:
         case META_TYPE_UINT64: break;
     }
-    LogLeftOut("ReadFromMediaParam", item->mType);
-    return false;
+    LogLeftOut("ReadFromMediaParam", item.mType);
+    return INCOMPLETE;
 }
 
-// False if the entry is incomplete. Stores it even then, unless it has no key or there is no memory for its text.
+// False if the entry is incomplete. An entry without a key is skipped. Without memory for its text, the entry is
+// not stored, and its key keeps the previous one.
 bool ReadEntry(const MediaParam& param, MediaMeta::ItemMap& items)
 {
     const auto type = static_cast<MetaType>(param.ReadInt32());
@@ -184,11 +182,11 @@ bool ReadEntry(const MediaParam& param, MediaMeta::ItemMap& items)
         return true;
     }
     auto item = CreateZeroItem(type);
-    const bool isComplete = ReadValue(param, item);
-    if (item) {
+    const ReadResult result = ReadValue(param, *item);
+    if (result != NO_MEMORY) {
         items.insert_or_assign(key, std::move(item));
     }
-    return isComplete;
+    return result == COMPLETE;
 }
 
 }  // namespace

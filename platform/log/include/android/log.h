@@ -20,8 +20,8 @@ typedef enum android_LogPriority {
 
 // Writes one line to standard error: time, process, thread, priority letter, tag and text. Lines of several
 // threads do not mix. A line break in the text is written as it is. A null tag is empty; `errno` is kept.
-// Returns the bytes written or a negated error number. A program that defines this function itself receives every
-// line instead.
+// Returns the number of bytes, or a negative number on failure. A program that defines this function itself gets
+// all lines instead.
 __attribute__((visibility("default"), format(printf, 3, 4))) int __android_log_print(int prio, const char* tag,
                                                                                      const char* fmt, ...);
 
