@@ -42,53 +42,39 @@ constexpr std::tuple ROWS{
 template <typename T>
 constexpr Row<T> ROW = std::get<Row<T>>(ROWS);
 
-// The item that a setter of one type writes to: the item of the entry, or a new all-zero item that is not in the
-// map until Insert(). None for a null key and for an entry of another type.
-class Target {
-public:
-    Target(MediaMeta::ItemMap& items, const char* key, MetaType type) : mItems(items)
-    {
-        if (key == nullptr) {
-            return;
-        }
-        mKey = key;
-        mPosition = items.lower_bound(mKey);
-        if (mPosition == items.end() || mPosition->first != mKey) {
-            mNewItem = CreateZeroItem(type);
-            mItem = mNewItem.get();
-        } else if (mPosition->second->mType == type) {
-            mItem = mPosition->second.get();
-        }
+// What a setter did with the item. STORED_UNFILLED: it has a new block, but the bytes could not be copied.
+enum StoreResult { NOT_STORED, STORED, STORED_UNFILLED };
+
+// The rule of all setters. Runs `store` on the item of the entry if the item is of `type`, or on a new all-zero
+// item, which is inserted unless nothing was stored. True if the value was stored completely.
+template <typename Store>
+bool SetItem(MediaMeta::ItemMap& items, const char* key, MetaType type, Store store)
+{
+    if (key == nullptr) {
+        return false;
     }
-
-    Item* Get() const { return mItem; }
-
-    void Insert()
-    {
-        if (mNewItem) {
-            mItems.emplace_hint(mPosition, std::move(mKey), std::move(mNewItem));
-        }
+    std::string name(key);
+    const auto position = items.lower_bound(name);
+    if (position != items.end() && position->first == name) {
+        Item& item = *position->second;
+        return item.mType == type && store(item) == STORED;
     }
-
-private:
-    MediaMeta::ItemMap& mItems;
-    std::string mKey;
-    MediaMeta::ItemMap::iterator mPosition;
-    std::shared_ptr<Item> mNewItem;
-    Item* mItem = nullptr;
-};
+    auto item = CreateZeroItem(type);
+    const StoreResult result = store(*item);
+    if (result == NOT_STORED) {
+        return false;
+    }
+    items.emplace_hint(position, std::move(name), std::move(item));
+    return result == STORED;
+}
 
 template <typename T>
 bool SetPlain(MediaMeta::ItemMap& items, const char* key, T value)
 {
-    Target target(items, key, ROW<T>.type);
-    Item* item = target.Get();
-    if (item == nullptr) {
-        return false;
-    }
-    item->mValue.*ROW<T>.member = value;
-    target.Insert();
-    return true;
+    return SetItem(items, key, ROW<T>.type, [value](Item& item) {
+        item.mValue.*ROW<T>.member = value;
+        return STORED;
+    });
 }
 
 // The item that a getter of `type` reads, or null.
@@ -187,12 +173,8 @@ bool MediaMeta::SetRect(const char* key, int32_t a, int32_t b, int32_t c, int32_
 
 bool MediaMeta::SetString(const char* key, const char* value)
 {
-    Target target(mItems, key, META_TYPE_STRING);
-    if (target.Get() == nullptr || !StoreText(*target.Get(), value)) {
-        return false;
-    }
-    target.Insert();
-    return true;
+    return SetItem(mItems, key, META_TYPE_STRING,
+                   [value](Item& item) { return StoreText(item, value) ? STORED : NOT_STORED; });
 }
 
 bool MediaMeta::SetByteBuffer(const char* key, ByteBuffer value)
@@ -200,13 +182,8 @@ bool MediaMeta::SetByteBuffer(const char* key, ByteBuffer value)
     if (!CheckBlock(key, value)) {
         return false;
     }
-    Target target(mItems, key, META_TYPE_BYTE_BUFFER);
-    if (target.Get() == nullptr) {
-        return false;
-    }
-    const bool isCopied = StoreBlock(*target.Get(), value);
-    target.Insert();
-    return isCopied;
+    return SetItem(mItems, key, META_TYPE_BYTE_BUFFER,
+                   [value](Item& item) { return StoreBlock(item, value) ? STORED : STORED_UNFILLED; });
 }
 
 bool MediaMeta::SetByteBuffer(const char* key, uint8_t* data, uint64_t size)
@@ -216,14 +193,11 @@ bool MediaMeta::SetByteBuffer(const char* key, uint8_t* data, uint64_t size)
 
 bool MediaMeta::SetObject(const char* key, const std::shared_ptr<MetaBase>& value)
 {
-    auto previous = value;  // released last: the destructor of the previous object may call the container
-    Target target(mItems, key, META_TYPE_OBJECT);
-    if (target.Get() == nullptr) {
-        return false;
-    }
-    target.Get()->mObject.swap(previous);
-    target.Insert();
-    return true;
+    return SetItem(mItems, key, META_TYPE_OBJECT, [&value](Item& item) {
+        auto previous = value;  // released last: the destructor of the previous object may call the container
+        item.mObject.swap(previous);
+        return STORED;
+    });
 }
 
 bool MediaMeta::GetInt8(const char* key, int8_t& value) const { return GetPlain(mItems, key, value); }
