@@ -1,4 +1,4 @@
-# Debian's cross compiler, with the emulator that runs what it builds.
+# Debian's cross compiler, and the emulator that runs the built programs.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR aarch64)
 set(CMAKE_CXX_COMPILER aarch64-linux-gnu-g++)

@@ -1,5 +1,5 @@
-# Read by cpack, which would make Debian packages without dependencies where the tool for them is missing.
+# cpack reads this file. Without dpkg-shlibdeps, cpack would make Debian packages without dependencies.
 find_program(DPKG_SHLIBDEPS dpkg-shlibdeps)
 if(CPACK_GENERATOR STREQUAL "DEB" AND NOT DPKG_SHLIBDEPS)
-    message(FATAL_ERROR "Debian packages take dpkg-shlibdeps, which is in the package dpkg-dev")
+    message(FATAL_ERROR "Debian packages need dpkg-shlibdeps from the package dpkg-dev")
 endif()

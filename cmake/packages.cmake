@@ -1,4 +1,4 @@
-# Two Debian packages: cpack -G DEB, in a tree that was configured for /usr.
+# Makes two Debian packages: run cpack -G DEB in a build tree that was configured for /usr.
 set(CPACK_PACKAGE_NAME osal)
 set(CPACK_PACKAGE_VENDOR "osal developers")
 set(CPACK_PACKAGE_CONTACT "osal developers")

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Checks that the library exports every operation that the public headers declare, and compares the binary interface
 # with the baseline in abi/: the exported symbols, and the public types with the order of their fields and virtual
-# operations. --renew writes a new baseline; users of the library have to be told about the difference. Presets other
-# than the default, release, have to export the same symbols.
+# operations. The default preset is release; other presets must export the same symbols. --renew replaces the
+# baseline: such a change concerns every user of the library.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/lib.sh
@@ -10,7 +10,7 @@ cd "$(dirname "$0")/.."
 renew=false
 [ "${1-}" != --renew ] || { renew=true; shift; }
 presets=("${@:-release}")
-[[ "${presets[*]}" != *-* ]] || fail "usage: check_abi.sh [--renew] [PRESET...]"
+[[ " ${presets[*]}" != *" -"* ]] || usage "[--renew] [PRESET...]"
 need c++=g++ g++=g++ clang++=clang cmake=cmake ninja=ninja-build abidiff=abigail-tools python3=python3
 mkdir -p build/abi
 scripts/public_operations.py | LC_ALL=C sort >build/abi/operations || fail "cannot read the public headers"
@@ -22,17 +22,18 @@ for preset in "${presets[@]}"; do
     missing=$(LC_ALL=C comm -23 build/abi/operations "$symbols" | c++filt)
     [ -z "$missing" ] || fail "the preset $preset does not export these operations of the public headers: $missing"
     ! grep -v -E '^(_ZN4osal|_ZNK4osal|_ZT[ISV]N4osal|__android_log_print$)' "$symbols" ||
-        fail "the preset $preset exports symbols that are not of the library"
+        fail "the preset $preset exports symbols that are not part of the interface"
     if $renew; then
         cp "$symbols" abi/osal.symbols
     fi
     diff -u abi/osal.symbols "$symbols" || fail "the preset $preset exports other symbols"
 done
 
-# The layouts are those of one platform. There, each public type once, in a source of the name of its header: from
-# these the compiler describes the types of the header alone, and leaves those of the standard library as names.
+# The baseline has the layouts of one platform. The sources below use each public type once and have the names of
+# the headers: the compiler then describes only the types of the headers, and types of the standard library by name
+# only.
 if [ "$(g++ -dumpmachine)" != x86_64-linux-gnu ]; then
-    echo "skipped the types: their baseline is that of x86_64-linux-gnu"
+    echo "skipped the types: the baseline is for x86_64-linux-gnu"
 else
     sources=()
     for header in include/osal/*.h; do

@@ -1,12 +1,15 @@
 #!/usr/bin/env bash
-# Builds for Android with the NDK that the environment variable ANDROID_NDK points to. Without one it compiles what
-# such a build compiles, and holds the functions of the C library that it calls against those of Android 9.
+# Builds for Android with the NDK in the folder $ANDROID_NDK. If ANDROID_NDK is not set, compiles the same sources
+# with Debian's clang and checks that Android 9 has all functions of the C library that they call.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/lib.sh
-export LC_ALL=C  # for sort and comm
+export LC_ALL=C  # sort and comm must agree on the order
+
+[ $# -eq 0 ] || usage
 
 if [ -n "${ANDROID_NDK-}" ]; then
+    [ -f "$ANDROID_NDK/build/cmake/android.toolchain.cmake" ] || fail "there is no NDK in ANDROID_NDK: $ANDROID_NDK"
     need cmake=cmake ninja=ninja-build
     build android-arm64
     scripts/check_binary.sh android-arm64
@@ -14,20 +17,20 @@ if [ -n "${ANDROID_NDK-}" ]; then
     exit
 fi
 
-echo "no NDK in ANDROID_NDK: compiling with other headers, and linking nothing"
+echo "ANDROID_NDK is not set: compiling with other headers, without linking"
 need clang++=clang cmake=cmake ninja=ninja-build aarch64-linux-gnu-g++=g++-aarch64-linux-gnu libc++-14-dev android-liblog-dev
 folder=build/android-objects
 log=$(ANDROID_NDK=$PWD/tests/ndk cmake --preset android-arm64 -B "$folder" 2>&1) || { echo "$log" >&2; fail "cannot configure"; }
 mapfile -t objects < <(ninja -C "$folder" -t inputs libosal.so | grep '[.]o$')
-[ ${#objects[@]} -gt 0 ] || fail "nothing to compile"
+[ ${#objects[@]} -gt 0 ] || fail "found no object to compile"
 log=$(ANDROID_NDK=$PWD/tests/ndk ninja -C "$folder" "${objects[@]}" 2>&1) || { echo "$log" >&2; fail "cannot compile for Android"; }
 
-# Each looked up in the list of symbols that bionic's libc and libdl of API level 28 export. __errno_location() is not:
-# errno is __errno() there.
+# libc and libdl of Android export each of these symbols at API level 28, except __errno_location(): there, errno
+# calls __errno().
 bionic="__android_log_print __cxa_atexit __errno_location __stack_chk_fail clock_gettime close dladdr fcntl free fstat
     ftruncate memcmp memcpy memset prctl pthread_cond_timedwait_monotonic_np pthread_create pthread_getschedparam
     pthread_self pthread_setschedparam pthread_setspecific strcmp strdup strerror strlen syscall"
-# Those of C++, of its run-time library and of the compiler come with the NDK.
+# The NDK contains the functions of C++, of its run-time library and of the compiler.
 unknown=$(cd "$folder" && nm -u "${objects[@]}" | awk '$1 == "U" { print $2 }' |
     grep -v -E '^(_Z|_Unwind_|__cxa_(allocate|begin|demangle|end|free|guard|pure|rethrow|throw)|__(dso_handle|emutls|gxx)|memcpy_s$)' |
     sort -u | comm -23 - <(tr -s ' ' '\n' <<<"$bionic" | sort))

@@ -1,22 +1,23 @@
 #!/usr/bin/env bash
-# Installs the library, packs it, and uses it from a project outside: through CMake and pkg-config where it is
-# installed, as a part of that project, and out of the Debian packages.
+# Uses the library in an outside project in several ways: installed, through CMake and through pkg-config; added to
+# that project; and unpacked from the Debian packages.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/lib.sh
 
+[ $# -eq 0 ] || usage
 need c++=g++ cmake=cmake ninja=ninja-build pkg-config=pkgconf
 build package
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
 
-# quietly COMMAND...: its output is of interest only when it fails.
+# quietly COMMAND...: shows the output of the command only if the command fails.
 quietly()
 {
     "$@" >"$scratch/log" 2>&1 || { cat "$scratch/log" >&2; return 1; }
 }
 
-# build_outside FOLDER CMAKE-OPTION...: into a new folder, which is then where the program is.
+# build_outside FOLDER CMAKE-OPTION...: builds the outside project; the program is then in FOLDER.
 build_outside()
 {
     local folder=$1
@@ -24,12 +25,12 @@ build_outside()
     quietly cmake -S tests/outside -B "$folder" -G Ninja "$@" && quietly cmake --build "$folder"
 }
 
-# use_installed NAME PREFIX: by both ways to find what is installed there, and nowhere else.
+# use_installed NAME PREFIX: uses the library in PREFIX, found by CMake and by pkg-config, and no other copy of it.
 use_installed()
 {
     local libraries
-    build_outside "$scratch/$1-cmake" -DCMAKE_PREFIX_PATH="$2" || fail "$1: CMake could not use it"
-    grep -q "^osal_DIR:PATH=$2/" "$scratch/$1-cmake/CMakeCache.txt" || fail "$1: CMake found another"
+    build_outside "$scratch/$1-cmake" -DCMAKE_PREFIX_PATH="$2" || fail "$1: CMake could not use the library"
+    grep -q "^osal_DIR:PATH=$2/" "$scratch/$1-cmake/CMakeCache.txt" || fail "$1: CMake found another copy of the library"
     quietly "$scratch/$1-cmake/outside" || fail "$1: the program built by CMake failed"
 
     libraries=$(dirname "$(dirname "$(find "$2" -name osal.pc)")")
@@ -43,19 +44,19 @@ use_installed()
 quietly cmake --install build/package --prefix "$scratch/prefix"
 use_installed installed "$scratch/prefix"
 
-build_outside "$scratch/part" -DOSAL_SOURCE="$PWD" || fail "it could not be added to another project"
-quietly "$scratch/part/outside" || fail "the program that the library was added to failed"
+build_outside "$scratch/part" -DOSAL_SOURCE="$PWD" || fail "the library could not be added to another project"
+quietly "$scratch/part/outside" || fail "the program of the project with the added library failed"
 flags=$(ninja -C "$scratch/part" -t commands outside | grep -o '[^ ]*c++.*main[.]cpp$') ||
-    fail "cannot tell how that project compiles"
+    fail "cannot find the compile command of that project"
 for flag in $flags; do
     case $flag in
         -std=gnu++17 | -M[DTF] | -[oc]) ;;
-        -*) [ "$flag" = "-I$PWD/include" ] || fail "the library forces $flag on the project that it was added to" ;;
+        -*) [ "$flag" = "-I$PWD/include" ] || fail "the library forces $flag on the project" ;;
     esac
 done
 
 if ! command -v dpkg-deb >/dev/null; then
-    echo "skipped the Debian packages: this is no Debian"
+    echo "skipped the Debian packages: this system has no dpkg-deb"
 else
     need dpkg-shlibdeps=dpkg-dev file=file
     (cd build/package && quietly cpack -G DEB -B "$scratch/deb") || fail "cpack failed"
@@ -63,9 +64,9 @@ else
     development=$(echo "$scratch"/deb/libosal-dev_*.deb)
     version=$(dpkg-deb -f "$runtime" Version)
     files=$(dpkg-deb -c "$runtime" | awk '$1 !~ /^d/ { print $6 }' | sed 's,.*/,,' | tr '\n' ' ')
-    [ "$files" = "libosal.so.1 libosal.so.$version " ] || fail "libosal1 holds $files"
-    [[ "$(dpkg-deb -f "$runtime" Depends)" == *libc6* ]] || fail "libosal1 does not say what it depends on"
-    [ "$(dpkg-deb -f "$development" Depends)" = "libosal1 (= $version)" ] || fail "libosal-dev takes any libosal1"
+    [ "$files" = "libosal.so.1 libosal.so.$version " ] || fail "libosal1 contains $files"
+    [[ "$(dpkg-deb -f "$runtime" Depends)" == *libc6* ]] || fail "libosal1 does not depend on libc6"
+    [ "$(dpkg-deb -f "$development" Depends)" = "libosal1 (= $version)" ] || fail "libosal-dev accepts other versions of libosal1"
     quietly apt-get install --simulate "$runtime" "$development" || fail "the packages cannot be installed"
     dpkg-deb -x "$runtime" "$scratch/root"
     dpkg-deb -x "$development" "$scratch/root"

@@ -1,19 +1,20 @@
 #!/usr/bin/env bash
-# Runs the tests with counters and writes which lines and branches they take: build/coverage/html/index.html.
-# Fails when a line of src/ or platform/ is never run.
+# Runs the tests and reports the executed lines and branches: build/coverage/html/index.html.
+# Fails if the tests do not execute every line of src/, platform/ and include/.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/lib.sh
 
+[ $# -eq 0 ] || usage
 need g++ cmake=cmake ninja=ninja-build libgtest-dev libgmock-dev gcovr=gcovr
 build coverage -DOSAL_BUILD_TESTS=ON
 find build/coverage -name '*.gcda' -delete
-find build/coverage -path '*CompilerId*' -name '*.gcno' -delete  # of CMake's own trial
+find build/coverage -path '*CompilerId*' -name '*.gcno' -delete  # CMake's compiler check
 ctest --preset coverage --no-tests=error >build/coverage/tests.log 2>&1 || { cat build/coverage/tests.log; fail "tests failed"; }
 mkdir -p build/coverage/html
 gcovr --root . --object-directory build/coverage --filter src/ --filter platform/ --filter include/ \
     --exclude-throw-branches --exclude-unreachable-branches --html-details build/coverage/html/index.html --txt build/coverage/coverage.txt \
-    --fail-under-line 100 build/coverage || { cat build/coverage/coverage.txt; fail "some lines are never run"; }
+    --fail-under-line 100 build/coverage || { cat build/coverage/coverage.txt; fail "the tests do not execute some lines"; }
 tail -n 5 build/coverage/coverage.txt
 gcovr --root . --object-directory build/coverage --filter src/ --filter platform/ --filter include/ \
     --exclude-throw-branches --exclude-unreachable-branches --branches build/coverage >build/coverage/branches.txt

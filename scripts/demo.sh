@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds the library and plays a WAV file with it (the sample, if none is named).
+# Installs missing packages, builds the library and plays a WAV file with it. The default file is the sample.
 set -euo pipefail
 [ $# -le 1 ] && [[ "${1-}" != -* ]] || { echo "usage: demo.sh [FILE.wav]" >&2; exit 2; }
 input=$(realpath -m -- "${1:-$(dirname "$0")/../examples/data/sample.wav}")
@@ -10,4 +10,4 @@ cd "$(dirname "$0")/.."
 need c++=g++ cmake=cmake ninja=ninja-build
 build release -DOSAL_BUILD_TESTS=OFF
 build/release/examples/media_pipeline "$input" --out build/demo.wav || fail "the demo failed"
-echo "demo passed: the samples came out in $PWD/build/demo.wav"
+echo "demo passed: the output is $PWD/build/demo.wav"

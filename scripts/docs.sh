@@ -1,17 +1,18 @@
 #!/usr/bin/env bash
-# Builds the documentation as a site: build/docs/index.html. Fails on a warning (a class, function or enumeration
-# without a comment is one), on a broken link, and when a C++ block of the README or the guide is not the example's.
+# Builds the documentation as a website: build/docs/index.html. Fails on a warning (for example, a class, function
+# or enumeration without a comment), on a broken link, and if a C++ block of README or guide differs from the
+# example.
 set -euo pipefail
-[ $# -eq 0 ] || { echo "usage: docs.sh" >&2; exit 2; }
 cd "$(dirname "$0")/.."
 . scripts/lib.sh
 
+[ $# -eq 0 ] || usage
 need python3=python3 doxygen=doxygen doxygen-awesome-css
 scripts/snippets.py || fail "the documents and the examples differ"
 rm -rf build/docs
 mkdir -p build
-doxygen docs/Doxyfile || fail "doxygen found something"
-# Doxygen leaves alone what it cannot resolve in the Markdown files.
+doxygen docs/Doxyfile || fail "doxygen reported warnings or errors"
+# Doxygen does not report links in Markdown files that lead nowhere.
 broken=$(cd build/docs && grep -oE '(href|src|data)="[^"#?]+' -- *.html | sort -u | while IFS= read -r link; do
     target=${link#*\"}
     case $target in *://* | mailto:* | javascript:*) continue ;; esac

@@ -1,13 +1,22 @@
-# Shared by the scripts here; to be sourced, from the root of the project.
+# Shared functions. The other scripts source this file in the root folder of the project.
 
+# usage [ARGUMENTS]: ends the script because its arguments are wrong.
+usage()
+{
+    echo "usage: ${0##*/}${1:+ $1}" >&2
+    exit 2
+}
+
+# fail MESSAGE
 fail()
 {
     echo "${0##*/}: $*" >&2
     exit 1
 }
 
-# need [COMMAND=]PACKAGE...: installs the Debian packages whose command, or which themselves, are missing. Where
-# there is no dpkg, missing libraries are for CMake to find out.
+# need [COMMAND=]PACKAGE...: installs each Debian package if its COMMAND is missing, or, without COMMAND, if the
+# package is missing. On a system without dpkg, packages without COMMAND are not checked: CMake reports missing
+# libraries.
 need()
 {
     local missing=() wanted log
@@ -19,11 +28,11 @@ need()
         esac
     done
     [ ${#missing[@]} -eq 0 ] && return
-    command -v apt-get >/dev/null || fail "this needs the equivalents of the Debian packages: ${missing[*]}"
+    command -v apt-get >/dev/null || fail "install the equivalents of these Debian packages: ${missing[*]}"
     local as_root=()
     if [ "$(id -u)" -ne 0 ]; then
         sudo -n true 2>/dev/null ||
-            fail "no rights to install what is missing; run as root: apt-get install ${missing[*]}"
+            fail "no right to install missing packages; run as root: apt-get install ${missing[*]}"
         as_root=(sudo)
     fi
     echo "installing ${missing[*]}"
@@ -32,11 +41,12 @@ need()
         { echo "$log" >&2; fail "apt-get could not install ${missing[*]}"; }
 }
 
-# build PRESET [CMAKE OPTION...]: configures and builds, with one line unless something goes wrong.
+# build PRESET [CMAKE OPTION...]: configures and builds; prints one line unless something fails.
 build()
 {
     local preset=$1 log
     shift
+    grep -qF "\"$preset\"" <<<"$(cmake --list-presets)" || fail "there is no preset $preset; see cmake --list-presets"
     echo "building the preset $preset"
     log=$(cmake --preset "$preset" "$@" 2>&1) || { echo "$log" >&2; fail "cannot configure the preset $preset"; }
     log=$(cmake --build --preset "$preset" 2>&1) || { echo "$log" >&2; fail "cannot build the preset $preset"; }

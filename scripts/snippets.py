@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
-"""Compares the C++ blocks of the documents with the programs in examples/ that they are taken from.
+"""Compares the C++ blocks of the documents with the programs in examples/.
 
-Above each block stands <!-- examples/FILE.cpp --> for the whole program or <!-- examples/FILE.cpp REGION --> for
-what stands between two lines "//! [REGION]" of it. With --renew the blocks are rewritten instead.
+The line above each block is <!-- examples/FILE.cpp --> for the whole program, or <!-- examples/FILE.cpp REGION -->
+for the lines between two lines "//! [REGION]" of the program. --renew rewrites the blocks instead.
 """
 
 import re
@@ -17,13 +17,13 @@ MARK = re.compile(r"^ *//! \[([\w-]+)\]\n", re.MULTILINE)
 
 
 def regions(path):
-    """The program without its marks under None, and what stands between two marks of a name under that name."""
+    """Maps None to the program without its marks, and each region name to the lines between its two marks."""
     text = path.read_text()
     found = {None: MARK.sub("", text)}
     for name in dict.fromkeys(MARK.findall(text)):
         parts = re.split(rf"^ *//! \[{name}\]\n", text, flags=re.MULTILINE)
         if len(parts) != 3:
-            sys.exit(f"{path.relative_to(ROOT)}: [{name}] stands {len(parts) - 1} times, not twice")
+            sys.exit(f"{path.relative_to(ROOT)}: [{name}] occurs {len(parts) - 1} times, not twice")
         found[name] = textwrap.dedent(MARK.sub("", parts[1]))
     return found
 
@@ -44,7 +44,7 @@ def main():
             program, region, block = match.groups()
             line = document.read_text()[: match.start()].count("\n") + 1
             if program is None:
-                errors.append(f"{name}:{line}: a C++ block that does not say where it is taken from")
+                errors.append(f"{name}:{line}: a C++ block without an examples/ line above it")
                 return match[0]
             if program not in programs or region not in programs[program]:
                 errors.append(f"{name}:{line}: there is no {' '.join(filter(None, match.groups()[:2]))}")
@@ -61,9 +61,9 @@ def main():
         renewed = BLOCK.sub(check, text)
         if sys.argv[1:] and renewed != text:
             document.write_text(renewed)
-    errors += [f"{program}: nothing quotes [{region}]" for program, region in sorted(unused)]
+    errors += [f"{program}: no document contains [{region}]" for program, region in sorted(unused)]
     if errors:
-        sys.exit("\n".join(errors) + "\nsnippets.py --renew writes what the programs hold")
+        sys.exit("\n".join(errors) + "\nsnippets.py --renew copies the code of the programs into the documents")
     print(f"snippets passed: {count}")
 
 

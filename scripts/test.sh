@@ -1,10 +1,18 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds the library with its tests and runs them. Arguments go to ctest.
+# Installs missing packages, builds the library with its tests and runs the tests. Options are passed to ctest.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/lib.sh
 
 need c++=g++ cmake=cmake ninja=ninja-build libgtest-dev libgmock-dev
+
+# ctest ignores arguments that it does not know, and would run all tests.
+options=$(ctest --help)
+[ $# -eq 0 ] || [[ $1 == -* ]] || usage "[CTEST OPTION...]"
+for argument in "$@"; do
+    [[ $argument != -* ]] || grep -qwFe "${argument%%[=0-9]*}" <<<"$options" || fail "ctest has no option $argument"
+done
+
 build release -DOSAL_BUILD_TESTS=ON
 if ctest --preset release --no-tests=error "$@"; then
     echo "tests passed"

@@ -1,10 +1,11 @@
 #!/usr/bin/env bash
-# Runs the built tests as an ordinary user, without the right to real-time scheduling and with a little of it.
+# Runs the built tests as an ordinary user: without the right to real-time scheduling, then with priorities to 50.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/lib.sh
 
-[ "$(id -u)" -eq 0 ] || fail "only root can become somebody else; as an ordinary user, scripts/test.sh is this test"
+[ $# -eq 0 ] || usage
+[ "$(id -u)" -eq 0 ] || fail "only root can change the user; as an ordinary user, run scripts/test.sh instead"
 [ -x build/release/tests/osal_tests ] || fail "run scripts/test.sh first"
 copy=$(mktemp -d)
 trap 'rm -rf "$copy"' EXIT
@@ -12,7 +13,7 @@ cp -r build/release/. examples/data "$copy/"
 chmod -R a+rX "$copy"
 for limit in 0 50; do
     if ! prlimit --rtprio=$limit true 2>/dev/null; then
-        echo "skipped RLIMIT_RTPRIO $limit: this machine lets nobody raise the limit"
+        echo "skipped RLIMIT_RTPRIO $limit: this machine does not allow setting the limit"
         continue
     fi
     for tests in "$copy"/tests/*_tests; do
