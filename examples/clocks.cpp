@@ -1,4 +1,4 @@
-// Clocks, and what a thread can say about itself.
+// Clocks, and the name, priority, id and call stack of a thread.
 
 #include <cerrno>
 #include <chrono>
@@ -27,8 +27,8 @@ void MeasureSleep()
     const int64_t intervalUs = osal::GetTimeUsBoot() - startUs;
     //! [interval]
     std::printf("the interval is at least 5 ms: %s\n", YesNo(intervalUs >= 5'000));
-    std::printf("the thread computed for less than that: %s\n", YesNo(cpuUs < intervalUs));
-    std::printf("a clock that there is not: %d\n", static_cast<int>(osal::GetTimeByClockType(1000)));
+    std::printf("the thread used less CPU time than that: %s\n", YesNo(cpuUs < intervalUs));
+    std::printf("an unknown clock: %d\n", static_cast<int>(osal::GetTimeByClockType(1000)));
 }
 
 void DescribeThread()
@@ -39,17 +39,17 @@ void DescribeThread()
     pthread_getname_np(pthread_self(), name, sizeof(name));
     std::printf("the name is cut to 15 bytes: %s\n", name);
 
-    // The POSIX handle, not the kernel's id; the result is a positive error number, not a negated one.
+    // Needs the POSIX handle, not the kernel id. An error is a positive number here, not a negated one.
     const int error = osal::SetThreadPriority(osal::GetThreadId(), 10);
-    std::printf("real-time priority is had, or refused for want of the right: %s\n",
+    std::printf("real-time priority is granted, or refused without the right: %s\n",
                 YesNo(error == 0 || error == EPERM));
     //! [thread]
-    std::printf("the thread has an id of its own: %s\n", YesNo(osal::GetTid() != getpid()));
+    std::printf("the thread and the process have different ids: %s\n", YesNo(osal::GetTid() != getpid()));
     //! [backtrace]
-    // The stack goes to the log; the value comes back, so that a failing return can be wrapped in the call.
+    // Writes the call stack to the log and returns its argument, so the call fits into a return statement.
     const int result = osal::PrintBacktrace(-EINVAL);
     //! [backtrace]
-    std::printf("the backtrace hands on: %d\n", result);
+    std::printf("PrintBacktrace() returns: %d\n", result);
 }
 
 }  // namespace

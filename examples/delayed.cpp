@@ -1,4 +1,4 @@
-// Work at its time, and what becomes of messages that never ran.
+// Delayed messages, and how a handler tells a handled message from a dropped one.
 
 #include <cstdint>
 #include <cstdio>
@@ -18,10 +18,10 @@ public:
     {
         std::printf("%s runs\n", mName);
         mIsHandled = true;
-        NotifyFinished();  // last: whoever waits may destroy the frame from here on
+        NotifyFinished();  // last: from here on, the waiting thread may destroy the frame
     }
 
-    // Wait() returns for a dropped message too: only the handler itself knows.
+    // Wait() also returns for a dropped message: only the handler knows whether it ran.
     bool WaitUntilHandled()
     {
         Wait();
@@ -30,7 +30,7 @@ public:
 
 private:
     const char* mName;
-    bool mIsHandled = false;  // read after Wait() only
+    bool mIsHandled = false;  // read only after Wait()
 };
 //! [fate]
 
@@ -39,7 +39,7 @@ private:
 int main()
 {
     //! [order]
-    // Handlers before the queue: on every way out it is destroyed, and so stopped, before they are.
+    // The handlers are declared before the queue: every return then stops the queue before it destroys them.
     Frame late("late");
     Frame early("early");
     Frame removed("removed");
@@ -53,10 +53,10 @@ int main()
     //! [order]
     std::printf("late: %s\n", late.WaitUntilHandled() ? "handled" : "dropped");
     //! [drop]
-    queue.RemoveMsg(&removed);  // drops it at once; one that is running by now would run on
+    queue.RemoveMsg(&removed);  // drops the message at once; a running HandleMsg() would continue
     std::printf("removed: %s\n", removed.WaitUntilHandled() ? "handled" : "dropped");
-    queue.Stop();  // drops what is pending
+    queue.Stop();  // drops all pending messages
     std::printf("pending: %s\n", pending.WaitUntilHandled() ? "handled" : "dropped");
     //! [drop]
-    return queue.QueueMsg(&early, 0) == 0 ? 1 : 0;  // a stopped queue takes none
+    return queue.QueueMsg(&early, 0) == 0 ? 1 : 0;  // a stopped queue refuses messages
 }

@@ -1,4 +1,4 @@
-// A program that receives the library's log lines itself, and a container that is dumped into them.
+// The program defines the log function, so it receives the log lines of the library. A container is dumped there.
 
 #include <cstdarg>
 #include <cstdio>
@@ -26,7 +26,7 @@ int main()
         !meta->SetUint32("channels", 2)) {
         return 1;
     }
-    meta->Dump();  // which knows no unsigned integers
+    meta->Dump();  // reports "channels" as unknown: its type is unsigned
     //! [dump]
     return 0;
 }

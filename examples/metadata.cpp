@@ -1,4 +1,4 @@
-// The description of a stream: typed values under text keys.
+// Describes a stream by typed values under text keys.
 
 #include <cstdint>
 #include <cstdio>
@@ -17,9 +17,9 @@ struct ColorSpace : osal::MediaMeta::MetaBase {  // objects are shared, never co
 //! [walk]
 void PrintEntries(const osal::MediaMeta& meta)
 {
-    for (auto it = meta.Begin(); it != meta.End(); ++it) {  // in the order of the keys
+    for (auto it = meta.Begin(); it != meta.End(); ++it) {  // in byte order of the keys
         const osal::MediaMeta::MetaItem& item = *it.Value();
-        if (item.mType == osal::META_TYPE_INT32) {  // the type names the one member that has a meaning
+        if (item.mType == osal::META_TYPE_INT32) {  // mType tells which member of mValue is valid
             std::printf("  %s = %d\n", it.Key().c_str(), item.mValue.int32Value);
         } else {
             std::printf("  %s: type %d\n", it.Key().c_str(), static_cast<int>(item.mType));
@@ -44,7 +44,7 @@ int main()
     //! [fill]
 
     //! [read]
-    int32_t rotation = 0;  // a missing entry leaves it alone, so what stands here is the default
+    int32_t rotation = 0;  // the default: a missing entry leaves it unchanged
     const bool hasRotation = video->GetInt32("rotation", rotation);
     std::printf("rotation: %d, %s\n", rotation, hasRotation ? "from an entry" : "the default");
     //! [read]

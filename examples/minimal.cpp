@@ -1,4 +1,4 @@
-// A message on a worker thread, with a description of what to do.
+// Runs a delayed message on a worker thread; its handler reads metadata.
 
 #include <cstdio>
 #include <osal/media_meta.h>
@@ -31,7 +31,7 @@ int main()
     if (queue.Start("announcer", osal::Thread::PRIORITY_DEFAULT) != 0) {
         return 1;
     }
-    if (queue.QueueMsg(&announcer, 20'000'000) != 0) {  // nanoseconds: in 20 ms
+    if (queue.QueueMsg(&announcer, 20'000'000) != 0) {  // in nanoseconds: 20 ms
         return 1;
     }
     announcer.Wait();

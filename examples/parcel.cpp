@@ -1,4 +1,4 @@
-// A description, a time and a buffer on their way through a parcel, from one part of a process to another.
+// Sends metadata, a time and a buffer through a parcel, from one part of a process to another.
 
 #include <cinttypes>
 #include <cstdint>
@@ -27,7 +27,7 @@ bool Send(osal::MediaParam& param)
 //! [send]
 
 //! [receive]
-bool Receive(const osal::MediaParam& param)  // in the order of Send(): a parcel knows neither names nor types
+bool Receive(const osal::MediaParam& param)  // in the order of Send(): a parcel stores neither names nor types
 {
     const auto format = osal::MediaMeta::Create();
     int64_t timeUs = 0;
@@ -50,11 +50,11 @@ int main()
         return 1;
     }
     //! [width]
-    // Four bytes were written. Reading eight fails for want of bytes, and leaves the output and the position
-    // alone; with more bytes behind, it would succeed with a senseless value.
+    // Only four bytes are left. Reading eight fails, and leaves the output and the position unchanged. With more
+    // bytes left, the read would succeed and return a meaningless value.
     int64_t wide = -7;
     int32_t narrow = 0;
-    const bool isWideRead = param.ReadInt64(&wide) == 0;  // false: the result was ERR_NO_MORE
+    const bool isWideRead = param.ReadInt64(&wide) == 0;  // false: the result is ERR_NO_MORE
     const bool isNarrowRead = param.ReadInt32(&narrow) == 0;
     //! [width]
     std::printf("eight bytes: %s, %d\n", isWideRead ? "read" : "ERR_NO_MORE", static_cast<int>(wide));

@@ -1,4 +1,4 @@
-// A handler that comes again and again, without drifting.
+// A periodic handler whose period does not drift.
 
 #include <algorithm>
 #include <cstdint>
@@ -16,12 +16,12 @@ public:
     void HandleMsg(int32_t& /*arg*/) override
     {
         const int64_t nowUs = osal::GetTimeUsBoot();  // the queue's clock
-        // Counted from the last due time, not from now, so that lateness does not add up.
+        // Counted from the previous due time, not from now: otherwise lateness adds up.
         mDueUs = (mTicks == 0 ? nowUs : mDueUs) + 5'000;
         std::printf("tick %d\n", ++mTicks);
         const int64_t delayUs = std::max<int64_t>(0, mDueUs - nowUs);
         if (mTicks == 3 || mQueue.QueueMsg(this, static_cast<uint64_t>(delayUs) * 1'000) != 0) {
-            NotifyFinished();  // also when the queue is being stopped: somebody may wait
+            NotifyFinished();  // also if the queue is stopping: a thread may wait for the ticker
         }
     }
 
@@ -42,6 +42,6 @@ int main()
         return 1;
     }
     ticker.Wait();
-    queue.Stop();  // the ticker goes before the queue does, and its last HandleMsg() may still be returning
+    queue.Stop();  // before the ticker is destroyed: its last HandleMsg() may still be running
     return 0;
 }

@@ -1,4 +1,4 @@
-// A picture in memory that another process can read, but nobody can change any more.
+// A picture in shared memory: another process can read it, and no process can change it.
 
 #include <cerrno>
 #include <cstddef>
@@ -15,7 +15,7 @@ namespace {
 constexpr size_t SIZE = 4096;
 
 //! [read]
-int ReadInChild(int fd)  // which has the descriptor, and asks the system for the rest
+int ReadInChild(int fd)  // the reader needs only the descriptor
 {
     const int size = osal::MemfdGetRegionSize(fd);
     void* const pixels =
@@ -24,7 +24,7 @@ int ReadInChild(int fd)  // which has the descriptor, and asks the system for th
         return 1;
     }
     std::printf("child: %d bytes, the last is 0x%x\n", size, static_cast<unsigned char*>(pixels)[size - 1]);
-    return std::fflush(stdout) == 0 ? 0 : 1;  // which _exit() leaves undone
+    return std::fflush(stdout) == 0 ? 0 : 1;  // _exit() does not flush
 }
 //! [read]
 
@@ -39,8 +39,8 @@ int main()
         return 1;
     }
     std::memset(pixels, 0x5a, SIZE);
-    // A mapping that can be written stays so under the seal: it goes first. Then the content is sealed, and
-    // the size, which is not part of it: a reader would die of a region that shrinks under its mapping.
+    // The seal does not change existing mappings: a writable one stays writable, so unmap it first. Then seal
+    // the content, and also the size: if the region shrank, a reader would die with SIGBUS.
     if (munmap(pixels, SIZE) != 0 || osal::MemfdSetProtRegion(fd, PROT_READ) != 0 ||
         fcntl(fd, F_ADD_SEALS, F_SEAL_SHRINK | F_SEAL_GROW) != 0) {
         return 1;
@@ -51,8 +51,8 @@ int main()
     const bool isResized = ftruncate(fd, SIZE / 2) == 0;
     std::printf("resizing it: %s\n", !isResized && errno == EPERM ? "refused" : "not refused");
 
-    std::fflush(stdout);  // or it would be printed twice
-    const pid_t child = fork();  // or send the descriptor over a local socket
+    std::fflush(stdout);  // otherwise the child would print the same text again
+    const pid_t child = fork();  // a descriptor can also be sent over a Unix domain socket
     if (child == 0) {
         _exit(ReadInChild(fd));
     }

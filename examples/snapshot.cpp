@@ -1,4 +1,4 @@
-// A container that two threads use: one lock around it, and readers with items of their own.
+// A container for several threads: one lock guards it, and each reader gets separate items.
 
 #include <cstdint>
 #include <cstdio>
@@ -18,7 +18,7 @@ public:
         return mMeta->SetInt32("sample-rate", rate);
     }
 
-    // With items of its own, so that the reader needs no lock. Copy() would share the rate.
+    // The snapshot has separate items, so its reader needs no lock. Copy() would share the rate.
     std::shared_ptr<osal::MediaMeta> Snapshot() const
     {
         const std::lock_guard<std::mutex> lock(mMutex);
@@ -27,7 +27,7 @@ public:
     }
 
 private:
-    mutable std::mutex mMutex;  // guards mMeta, for readers too
+    mutable std::mutex mMutex;  // guards mMeta, also while it is read
     std::shared_ptr<osal::MediaMeta> mMeta = osal::MediaMeta::Create();
 };
 //! [lock]
@@ -46,14 +46,14 @@ int main()
         !snapshot->SetString("title", "First")) {
         return 1;
     }
-    std::printf("the snapshot's rate: %d\n", rate);
+    std::printf("rate of the snapshot: %d\n", rate);
 
     //! [share]
     const auto copy = snapshot->Copy();
     if (!copy || !copy->SetInt32("sample-rate", 96000) || !snapshot->GetInt32("sample-rate", rate)) {
         return 1;
     }
-    std::printf("after its copy was set: %d\n", rate);  // 96000: they share the item
+    std::printf("after a change of its copy: %d\n", rate);  // 96000: both share the item
     //! [share]
 
     //! [keep]
@@ -61,7 +61,7 @@ int main()
     if (!snapshot->GetString("title", title)) {
         return 1;
     }
-    const std::string kept = title;  // the text is the entry's own: not to be freed, gone with the next one
+    const std::string kept = title;  // copied: the entry owns `title` and frees it when the text changes
     if (!snapshot->SetString("title", "Second")) {
         return 1;
     }

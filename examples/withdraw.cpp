@@ -1,4 +1,4 @@
-// How to delete a handler whose message may be running at this moment.
+// How to delete a handler safely while its HandleMsg() may be running.
 
 #include <chrono>
 #include <cstdio>
@@ -13,16 +13,16 @@ public:
     void HandleMsg(int32_t& /*arg*/) override { NotifyFinished(); }
 };
 
-// Afterwards the handler can be deleted, unless it was queued anew. Not for the worker, which would wait for
-// itself.
+// After this call the handler can be deleted, unless it was queued again. Do not call this on the worker: the
+// worker would wait for itself.
 void Withdraw(osal::MsgQueue& queue, osal::IMsgHandler& handler)
 {
     queue.RemoveMsg(&handler);
-    Fence fence;  // a new one each time: a handler is finished once and for all
+    Fence fence;  // a new fence for each call: a finished handler stays finished
     if (queue.QueueMsg(&fence, 0) == 0) {
-        fence.Wait();  // it runs, or is dropped, when the worker is done with what it was doing
+        fence.Wait();  // the fence runs, or is dropped, after the running HandleMsg() has returned
     } else {
-        queue.Stop();  // the queue takes no more: if somebody is stopping it, until that is over
+        queue.Stop();  // the queue refuses messages: waits if another thread is still stopping it
     }
 }
 //! [fence]
@@ -33,7 +33,7 @@ public:
 
     void HandleMsg(int32_t& /*arg*/) override
     {
-        NotifyFinished();  // too early for whoever would delete the handler after Wait()
+        NotifyFinished();  // too early: a thread must not delete the handler right after Wait()
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
         mHasEnded = true;
     }
@@ -56,6 +56,6 @@ int main()
         slow.Wait();
         Withdraw(queue, slow);
     }
-    std::printf("withdrawn when it had %s\n", hasEnded ? "ended" : "begun");
+    std::printf("when Withdraw() returned, the handler had %s\n", hasEnded ? "ended" : "begun");
     return 0;
 }

@@ -1,4 +1,4 @@
-// A thread that works step by step and blocks in between.
+// A thread that works in steps and blocks between them.
 
 #include <cerrno>
 #include <condition_variable>
@@ -10,7 +10,7 @@
 //! [thread]
 class Decoder : public osal::Thread {
 public:
-    ~Decoder() override { End(); }  // not later: ~Thread() comes when Run() and the fields below are gone
+    ~Decoder() override { End(); }  // not later: when ~Thread() runs, Run() and the fields below are gone
 
     void End()
     {
@@ -18,12 +18,12 @@ public:
             const std::lock_guard<std::mutex> lock(mPacketsMutex);
             mIsEnding = true;
         }
-        mChanged.notify_all();  // wakes Run(): Stop() does not, and would wait for ever
+        mChanged.notify_all();  // wakes Run(): Stop() does not wake it and would wait forever
         Stop();
         mIsEnding = false;  // for the next Start(); there is no worker now
     }
 
-    void Decode(int packets)  // returns when they are decoded
+    void Decode(int packets)  // returns when all packets are decoded
     {
         std::unique_lock<std::mutex> lock(mPacketsMutex);
         mPackets += packets;
@@ -32,7 +32,7 @@ public:
     }
 
 private:
-    bool Run() override  // one packet; called again for the next one
+    bool Run() override  // decodes one packet; called again for the next one
     {
         std::unique_lock<std::mutex> lock(mPacketsMutex);
         mChanged.wait(lock, [this] { return mIsEnding || mPackets > 0; });
@@ -48,7 +48,7 @@ private:
 
     std::mutex mPacketsMutex;  // guards the fields below
     std::condition_variable mChanged;
-    int mPackets = 0;  // that wait to be decoded
+    int mPackets = 0;  // not yet decoded
     bool mIsEnding = false;
 };
 //! [thread]
