@@ -39,7 +39,7 @@ void DescribeThread()
     pthread_getname_np(pthread_self(), name, sizeof(name));
     std::printf("the name is cut to 15 bytes: %s\n", name);
 
-    // Needs the POSIX handle, not the kernel id. An error is a positive number here, not a negated one.
+    // Needs the POSIX handle, not the kernel thread id. An error is a positive number here, not a negated one.
     const int error = osal::SetThreadPriority(osal::GetThreadId(), 10);
     std::printf("real-time priority is granted, or refused without the right: %s\n",
                 YesNo(error == 0 || error == EPERM));

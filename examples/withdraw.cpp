@@ -14,7 +14,7 @@ public:
 };
 
 // After this call the handler can be deleted, unless it was queued again. Do not call this on the worker: the
-// worker would wait for itself.
+// worker would wait for itself. No handler of the queue may destroy the queue.
 void Withdraw(osal::MsgQueue& queue, osal::IMsgHandler& handler)
 {
     queue.RemoveMsg(&handler);

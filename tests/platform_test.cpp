@@ -104,45 +104,6 @@ TEST(Log, KeepsLinesOfManyThreadsWhole)
     EXPECT_EQ((std::array<int, 4>{50, 50, 50, 50}), seen);
 }
 
-TEST(Log, WaitsForAReaderAndReportsWhatItCannotWrite)
-{
-    const int stderrCopy = dup(STDERR_FILENO);
-    int pipes[2];
-    ASSERT_EQ(0, pipe(pipes));
-    ASSERT_EQ(0, fcntl(pipes[1], F_SETFL, O_NONBLOCK));
-    ASSERT_EQ(STDERR_FILENO, dup2(pipes[1], STDERR_FILENO));
-    close(pipes[1]);
-    const std::string text(1'000'000, 'x');  // more than a pipe holds
-    size_t received = 0;
-    std::promise<void> isFull;
-    pollBegins = &isFull;
-    interruptWrite = true;
-    std::thread reader([&] {
-        isFull.get_future().wait();
-        char buffer[4096];
-        for (ssize_t size = 0; (size = read(pipes[0], buffer, sizeof(buffer))) > 0;) {
-            received += static_cast<size_t>(size);
-        }
-    });
-    const int written = __android_log_print(ANDROID_LOG_INFO, "T", "%s", text.c_str());
-    close(STDERR_FILENO);
-    const int refused = __android_log_print(ANDROID_LOG_INFO, "T", "nowhere to go");
-    dup2(stderrCopy, STDERR_FILENO);
-    close(stderrCopy);
-    reader.join();
-    close(pipes[0]);
-    EXPECT_GT(received, text.size());
-    EXPECT_EQ(received, static_cast<size_t>(written));
-    EXPECT_EQ(-EBADF, refused);
-    const wint_t notACharacter = 0x110000;  // which fails as memory that runs out does
-    EXPECT_EQ(-ENOMEM, __android_log_print(ANDROID_LOG_INFO, "T", "%lc", notACharacter));
-}
-
-__attribute__((noinline, visibility("default"))) void LogStack(int32_t ignoreDepth)
-{
-    const android::CallStack stack("Stack", ignoreDepth);
-}
-
 TEST(CallStack, LeavesOutTheInnermostFramesAskedFor)
 {
     const auto stackOf = [](int32_t ignoreDepth) {

@@ -1,7 +1,7 @@
 #pragma once
 
 /// @file
-/// MediaMeta: typed values under text keys, with copy, merge, iteration and dump.
+/// MediaMeta: typed values under string keys, with copy, merge, iteration and dump.
 
 #include "osal/export.h"
 
@@ -17,25 +17,26 @@ class MediaParam;
 /// Type of one metadata value. The numbers are stored in parcels and printed in log lines: they never change.
 enum MetaType : int32_t {
     META_TYPE_NONE = 0,  ///< No value: a new item from MetaItem::Create().
-    META_TYPE_INT8 = 1,  ///< `int8Value`
-    META_TYPE_INT16 = 2,  ///< `int16Value`
-    META_TYPE_INT32 = 3,  ///< `int32Value`
-    META_TYPE_INT64 = 4,  ///< `int64Value`
-    META_TYPE_UINT8 = 5,  ///< `uint8Value`
-    META_TYPE_UINT16 = 6,  ///< `uint16Value`
-    META_TYPE_UINT32 = 7,  ///< `uint32Value`
-    META_TYPE_UINT64 = 8,  ///< `uint64Value`
-    META_TYPE_FLOAT = 9,  ///< `floatValue`
-    META_TYPE_DOUBLE = 10,  ///< `doubleValue`
-    META_TYPE_POINTER = 11,  ///< `pointerValue`
-    META_TYPE_STRING = 12,  ///< `stringValue`
-    META_TYPE_BYTE_BUFFER = 13,  ///< `byteBufferValue`
-    META_TYPE_FRACTION = 14,  ///< `fractionValue`
-    META_TYPE_RECT = 15,  ///< `rectValue`
-    META_TYPE_OBJECT = 16,  ///< `mObject`, which is not a member of the union.
+    META_TYPE_INT8 = 1,  ///< 8-bit signed integer, in `int8Value`.
+    META_TYPE_INT16 = 2,  ///< 16-bit signed integer, in `int16Value`.
+    META_TYPE_INT32 = 3,  ///< 32-bit signed integer, in `int32Value`.
+    META_TYPE_INT64 = 4,  ///< 64-bit signed integer, in `int64Value`.
+    META_TYPE_UINT8 = 5,  ///< 8-bit unsigned integer, in `uint8Value`.
+    META_TYPE_UINT16 = 6,  ///< 16-bit unsigned integer, in `uint16Value`.
+    META_TYPE_UINT32 = 7,  ///< 32-bit unsigned integer, in `uint32Value`.
+    META_TYPE_UINT64 = 8,  ///< 64-bit unsigned integer, in `uint64Value`.
+    META_TYPE_FLOAT = 9,  ///< 32-bit floating-point number, in `floatValue`.
+    META_TYPE_DOUBLE = 10,  ///< 64-bit floating-point number, in `doubleValue`.
+    META_TYPE_POINTER = 11,  ///< Address that the item does not own, in `pointerValue`.
+    META_TYPE_STRING = 12,  ///< String that the item owns, in `stringValue`.
+    META_TYPE_BYTE_BUFFER = 13,  ///< Bytes that the item owns, in `byteBufferValue`.
+    META_TYPE_FRACTION = 14,  ///< Ratio of two integers, in `fractionValue`.
+    META_TYPE_RECT = 15,  ///< Four integers, in `rectValue`.
+    META_TYPE_OBJECT = 16,  ///< Shared object, in `mObject` (not in the union).
 };
 
-/// A container of typed values under text keys, in ascending byte order of the keys.
+/// A container of entries in ascending byte order of the keys. An entry is a string key with an item; an item is a
+/// value with its type.
 ///
 /// **Never use a container from two threads at the same time**: callers serialise all calls on a container, and
 /// on all containers that share items with it (see Copy()). Only getters, ContainsKey() and Dump() may run at the
@@ -48,8 +49,8 @@ enum MetaType : int32_t {
 ///   every container with this item has the new value.
 /// - Limited types: the 8-bit, 16-bit and unsigned integers can be set, read, iterated and copied. Merge() skips
 ///   them, a parcel carries them without their values, and Dump() does not show their values.
-/// - Lifetime: texts and byte blocks are copies that the container owns. Getters return pointers into them: the
-///   caller neither frees them nor keeps them after the next change of the entry. Objects are shared.
+/// - Lifetime: strings and byte buffers are copies that the container owns. Getters return pointers into them: the
+///   caller neither frees these pointers nor uses them after the next change of the entry. Objects are shared.
 ///   Addresses from SetPointer() are never dereferenced and never freed.
 /// - Results: true on success. On failure false, with outputs and container unchanged, unless an operation says
 ///   otherwise. If memory runs out, std::bad_alloc is thrown and the container is unchanged, unless an operation
@@ -64,13 +65,13 @@ enum MetaType : int32_t {
 /// ```
 class OSAL_API MediaMeta {
 public:
-    /// A ratio, which is never reduced. Its denominator is not 0, except in an entry from a parcel.
+    /// A ratio, which is never reduced. In an entry, the denominator is not 0, except in an entry from a parcel.
     struct Fraction {
         int32_t num;  ///< Numerator.
         int32_t den;  ///< Denominator.
     };
 
-    /// Four integers; only the caller gives them a meaning.
+    /// Four integers, whose meaning the caller defines.
     struct Rect {
         int32_t a;  ///< First integer.
         int32_t b;  ///< Second integer.
@@ -78,14 +79,15 @@ public:
         int32_t d;  ///< Fourth integer.
     };
 
-    /// A block of bytes. The size comes first here, and second in the arguments of SetByteBuffer() and
+    /// A byte buffer. The size comes first here, and second in the arguments of SetByteBuffer() and
     /// GetByteBuffer().
     struct ByteBuffer {
         uint64_t size;  ///< Number of bytes.
         uint8_t* data;  ///< First byte. GetByteBuffer() returns the entry's own bytes.
     };
 
-    /// Base class of the objects that a container shares. The container only releases them.
+    /// Base class of the objects that a container shares. The container holds and releases references, and does
+    /// nothing else with the objects.
     class OSAL_API MetaBase {
     public:
         /// Runs when the last reference is released, possibly by an item.
@@ -102,33 +104,35 @@ public:
         /// The deleter of every item: releases what the item owns, then the item. Not for callers.
         static void Destroy(MetaItem* item);
 
-        /// For Create(). Callers use Create() instead.
+        /// Called by Create() only.
         MetaItem();
-        /// Releases the object only. Destroy() releases texts and byte blocks.
+        /// Releases the object only. Destroy() releases strings and byte buffers.
         ~MetaItem();
         MetaItem(const MetaItem&) = delete;
         MetaItem& operator=(const MetaItem&) = delete;
 
         MetaType mType;  ///< Type of the value.
-        /// One member for each type except META_TYPE_OBJECT.
+        /// One member for each type except META_TYPE_NONE and META_TYPE_OBJECT.
         union Value {
-            int8_t int8Value;  ///< META_TYPE_INT8
-            int16_t int16Value;  ///< META_TYPE_INT16
-            int32_t int32Value;  ///< META_TYPE_INT32
-            int64_t int64Value;  ///< META_TYPE_INT64
-            uint8_t uint8Value;  ///< META_TYPE_UINT8
-            uint16_t uint16Value;  ///< META_TYPE_UINT16
-            uint32_t uint32Value;  ///< META_TYPE_UINT32
-            uint64_t uint64Value;  ///< META_TYPE_UINT64
-            float floatValue;  ///< META_TYPE_FLOAT
-            double doubleValue;  ///< META_TYPE_DOUBLE
-            void* pointerValue;  ///< META_TYPE_POINTER: an address that the item does not own.
-            char* stringValue;  ///< META_TYPE_STRING: from strdup(). Null if a parcel had no text for the entry.
-            ByteBuffer byteBufferValue;  ///< META_TYPE_BYTE_BUFFER: `data` is from new[].
-            Fraction fractionValue;  ///< META_TYPE_FRACTION
-            Rect rectValue;  ///< META_TYPE_RECT
-        } mValue;  ///< The value, except an object.
-        std::shared_ptr<MetaBase> mObject;  ///< META_TYPE_OBJECT: the object, or an empty pointer. Else empty.
+            int8_t int8Value;  ///< For META_TYPE_INT8.
+            int16_t int16Value;  ///< For META_TYPE_INT16.
+            int32_t int32Value;  ///< For META_TYPE_INT32.
+            int64_t int64Value;  ///< For META_TYPE_INT64.
+            uint8_t uint8Value;  ///< For META_TYPE_UINT8.
+            uint16_t uint16Value;  ///< For META_TYPE_UINT16.
+            uint32_t uint32Value;  ///< For META_TYPE_UINT32.
+            uint64_t uint64Value;  ///< For META_TYPE_UINT64.
+            float floatValue;  ///< For META_TYPE_FLOAT.
+            double doubleValue;  ///< For META_TYPE_DOUBLE.
+            void* pointerValue;  ///< For META_TYPE_POINTER: an address that the item does not own.
+            char* stringValue;  ///< For META_TYPE_STRING: from strdup(). Null if a parcel had no string for the
+                                ///< entry.
+            ByteBuffer byteBufferValue;  ///< For META_TYPE_BYTE_BUFFER: `data` is from new[].
+            Fraction fractionValue;  ///< For META_TYPE_FRACTION.
+            Rect rectValue;  ///< For META_TYPE_RECT.
+        } mValue;  ///< The value, unless `mType` is META_TYPE_OBJECT.
+        std::shared_ptr<MetaBase>
+            mObject;  ///< For META_TYPE_OBJECT: the object, or an empty pointer. Otherwise empty.
     };
 
     /// The map of a container: keys in ascending byte order.
@@ -136,7 +140,8 @@ public:
 
     /// A position in the key order of a container.
     ///
-    /// **Invalid after the container is cleared or destroyed.** Adding and setting keys keeps an iterator valid.
+    /// **Invalid after Destroy() and after the destruction of the container.** Adding and setting keys keeps an
+    /// iterator valid.
     /// At the end position Key() is empty, Value() is an empty pointer, and ++ does nothing.
     ///
     /// ```cpp
@@ -146,12 +151,12 @@ public:
     /// ```
     class OSAL_API ConstIterator {
     public:
-        /// For Begin() and End(). Callers use these instead.
+        /// Called by Begin() and End() only.
         OSAL_INLINE ConstIterator(const ItemMap& map, ItemMap::const_iterator position)
             : mMap(&map), mIter(position), mEnd(map.end())
         {
         }
-        /// Creates an iterator at the same position.
+        /// Creates an iterator at the position of `other`.
         OSAL_INLINE ConstIterator(const ConstIterator& other) : mMap(nullptr), mIter(other.mIter), mEnd(other.mEnd)
         {
         }
@@ -177,17 +182,18 @@ public:
         /// Returns the iterator itself, so that `(*it).Key()` is `it.Key()`.
         OSAL_INLINE ConstIterator& operator*() { return *this; }
 
-        /// The key of the entry; an empty text at the end position.
+        /// Returns the key of the entry; an empty string at the end position.
         OSAL_INLINE const std::string& Key() const { return mIter != mEnd ? mIter->first : EmptyKey(); }
-        /// The item of the entry; an empty pointer at the end position. Copies of the pointer keep the item alive.
+        /// Returns the item of the entry; an empty pointer at the end position. Copies of the pointer keep the
+        /// item alive.
         OSAL_INLINE const std::shared_ptr<MetaItem>& Value() const
         {
             return mIter != mEnd ? mIter->second : EmptyValue();
         }
 
-        /// True for the same position. Both iterators must belong to the same container.
+        /// Returns true for the same position. Both iterators must belong to the same container.
         OSAL_INLINE bool operator==(const ConstIterator& other) const { return mIter == other.mIter; }
-        /// False for the same position. Both iterators must belong to the same container.
+        /// Returns false for the same position. Both iterators must belong to the same container.
         OSAL_INLINE bool operator!=(const ConstIterator& other) const { return mIter != other.mIter; }
 
     private:
@@ -205,7 +211,7 @@ public:
     /// Returns a new empty container.
     static std::shared_ptr<MediaMeta> Create();
 
-    /// An empty container, as a member or a base class. Create() is for all other uses.
+    /// Creates an empty container, as a member or a base class. Create() is for all other uses.
     MediaMeta();
     /// Releases all items. Items that have another holder stay alive.
     virtual ~MediaMeta();
@@ -216,7 +222,7 @@ public:
     /// keys may get other types.
     void Destroy();
 
-    /// True if `key` has an entry, of any type. False for null.
+    /// Returns true if `key` has an entry, of any type. Returns false for null.
     bool ContainsKey(const char* key) const;
 
     /// @name Setters of numbers and addresses
@@ -224,7 +230,7 @@ public:
 
     /// Stores a value under a copy of `key`: a new key gets a new entry, and an existing entry of the same type
     /// changes in place. Returns false, changes nothing and logs nothing for a null key and for an entry of
-    /// another type. All setters follow these rules.
+    /// another type. All setters follow these rules, unless a setter says otherwise.
     bool SetInt8(const char* key, int8_t value);
     bool SetInt16(const char* key, int16_t value);
     bool SetInt32(const char* key, int32_t value);
@@ -257,16 +263,17 @@ public:
 
     /// @}
 
-    /// @name Setters of texts, blocks and objects
+    /// @name Setters of strings, byte buffers and objects
     /// @{
 
-    /// Stores a copy of the text. `value` may point into the entry's own text. An equal text changes nothing, and
-    /// pointers from GetString() stay valid; a different text makes them invalid. Also returns false for a null
-    /// text. If there is no memory for the copy, logs an error, keeps the old text and returns false.
+    /// Stores a copy of the string. `value` may point into the entry's own string. An equal string changes
+    /// nothing, and pointers from GetString() stay valid; a different string makes them invalid. Also returns
+    /// false for a null string (logs nothing). If there is no memory for the copy, logs an error, keeps the old
+    /// string and returns false.
     bool SetString(const char* key, const char* value);
-    /// Stores a copy of the bytes in a new block. Pointers from GetByteBuffer() become invalid, even if the bytes
-    /// are equal. `value` may be the entry's own block. Logs an error and returns false for a null key, for null
-    /// data and for a size of 0. If the platform refuses to copy that many bytes, the entry gets a block of that
+    /// Stores a copy of the bytes in a new buffer. Pointers from GetByteBuffer() become invalid, even if the bytes
+    /// are equal. `value` may be the entry's own buffer. Logs an error and returns false for a null key, for null
+    /// data and for a size of 0. If the platform refuses to copy that many bytes, the entry gets a buffer of that
     /// size with undefined content, and the result is false.
     bool SetByteBuffer(const char* key, ByteBuffer value);
     /// As the other form, with the pointer before the size.
@@ -299,33 +306,36 @@ public:
 
     /// @}
 
-    /// @name Getters of texts, blocks and objects
+    /// @name Getters of strings, byte buffers and objects
     /// @{
 
-    /// Returns the entry's own text, which the caller must not free or change. It is valid until a different text
-    /// is set under the key or the item is released. Null if the entry came from a parcel without its text.
+    /// Sets `value` to the entry's own string, which the caller must not free or change. The string is valid until
+    /// a different string is set under the key or the item is released. Sets null if the entry came from a parcel
+    /// without its string.
     bool GetString(const char* key, const char*& value) const;
-    /// Returns the entry's own block, which the caller must not free. It is valid until bytes are set under the
-    /// key again or the item is released. Writing to the block changes the stored bytes. `size` gets only the
-    /// low 32 bits of the size: use the other form for blocks of 2 GiB and more.
+    /// Sets `data` to the entry's own bytes, which the caller must not free. The bytes are valid until bytes are
+    /// set under the key again or the item is released. Writing to them changes the stored bytes. `size` gets only
+    /// the low 32 bits of the size: use the other form for byte buffers of 2 GiB and more.
     bool GetByteBuffer(const char* key, uint8_t*& data, int32_t& size) const;
     /// As the other form, with the size in 64 bits.
     bool GetByteBuffer(const char* key, ByteBuffer& value) const;
-    /// Adds a reference to the object, and releases the object that `value` held before.
+    /// Sets `value` to a new reference to the object, and releases the object that `value` held before.
     bool GetObject(const char* key, std::shared_ptr<MetaBase>& value) const;
 
     /// @}
 
-    /// Returns a new container with the same entries. **The containers share their items**, except texts and byte
-    /// blocks, which are copied: setting a shared key in one container changes both. Logs one or two errors and
-    /// returns an empty pointer if a text or a block cannot be copied, because the entry came from a parcel
-    /// without its value or because there is no memory for a text. This container never changes.
+    /// Returns a new container with the same entries. **The containers share their items**, except strings and
+    /// byte buffers, which are copied: setting the key of a shared item in one container changes both. Logs one or
+    /// two errors and returns an empty pointer if a string or a byte buffer cannot be copied, because the entry
+    /// came from a parcel without its value or because there is no memory for a string. This container never
+    /// changes.
     std::shared_ptr<MediaMeta> Copy() const;
 
-    /// Sets every entry of `other` in this container through the setters, in key order. Objects are shared. At
-    /// the first entry that its setter refuses, logs an error and returns false; the entries before stay merged.
-    /// Entries of 8-bit, 16-bit and unsigned integers, without a value or of an unknown type are skipped, with an
-    /// error line each, and do not change the result. Returns false and logs nothing for an empty `other`. If
+    /// Sets every entry of `other` in this container through the setters, in key order. Objects are shared. At the
+    /// first entry that its setter refuses, logs an error and returns false; the entries before stay merged.
+    /// Setters also refuse entries from a parcel without their string or bytes, or with the denominator 0. Entries
+    /// of 8-bit, 16-bit and unsigned integers, of META_TYPE_NONE and of unknown types are skipped, with an error
+    /// line each, and do not change the result. If `other` is an empty pointer, returns false and logs nothing. If
     /// memory runs out, the entries that were merged before stay merged.
     bool Merge(std::shared_ptr<MediaMeta> other);
 
@@ -347,30 +357,31 @@ public:
         return *mEndIter;
     }
 
-    /// Writes every entry to the log at debug priority. An entry without a value is written without its key.
+    /// Writes every entry to the log at debug priority. An entry of META_TYPE_NONE is written without its key.
     /// 8-bit, 16-bit and unsigned integers and unknown types are reported as unknown items at error priority,
     /// without their values.
     void Dump() const;
 
     /// Appends the whole container to a parcel. 32-bit and 64-bit signed integers, addresses, floating-point
-    /// numbers, texts, fractions and rectangles are carried. Every other entry is written without its value, with
-    /// an error line, and makes the result false. Returns false and logs nothing for null.
+    /// numbers, strings, fractions and rectangles are carried. Every other entry is written without its value,
+    /// with an error line, and makes the result false. Returns false and logs nothing for null.
     ///
-    /// **The result does not tell that the parcel is full**: the parcel drops values that do not fit, with an
-    /// error line each. A text entry without a text is written as an empty text, so that the texts after it keep
-    /// their places. If memory runs out, the parcel keeps what was written before and must not be read.
+    /// **The result does not tell that the parcel is full**: the parcel refuses values that do not fit, with an
+    /// error line each. A string entry without a string is written as an empty string, so that the strings after
+    /// it keep their places. If memory runs out, the parcel keeps what was written before and must not be read.
     bool WriteToMediaParam(MediaParam* param);
 
-    /// Reads the entries that WriteToMediaParam() wrote to a parcel. Each entry replaces the previous entry of its
-    /// key, whatever its type: no other operation changes the type of a key. Other entries stay.
+    /// Reads the entries that WriteToMediaParam() wrote to a parcel. Each entry gets a new item, which replaces
+    /// the previous item of its key, whatever its type: no other operation changes the type of a key. Other
+    /// containers keep the previous item. Other entries stay.
     ///
-    /// Returns false if an entry has a type that is not carried (with an error line) or has no text. Such an entry
-    /// is stored with its type and an empty value. Also returns false, and logs nothing, for null.
+    /// Returns false if an entry has a type that is not carried (logs an error) or has no string (logs nothing).
+    /// Such an entry is stored with its type and an empty value. Also returns false, and logs nothing, for null.
     ///
     /// **The result does not tell that fixed-size values are missing**: they are read as zeros, with an error line
     /// each from the parcel. Nothing checks that the parcel contains a container: the count is trusted, and
     /// entries without a key are skipped. If memory runs out, the entries that were read before stay. If there is
-    /// no memory for a text, logs an error, keeps the previous entry of the key and returns false.
+    /// no memory for a string, logs an error, keeps the previous item of the key and returns false.
     bool ReadFromMediaParam(const MediaParam* param);
 
 private:

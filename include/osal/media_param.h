@@ -18,7 +18,8 @@ inline constexpr uint64_t MEDIA_PARAM_CAPACITY = 32768;
 /// Result of a fixed-size read without enough unread bytes, and of a fixed-size write without enough room.
 inline constexpr int32_t ERR_NO_MORE = -1;
 
-/// Base class of the objects that a parcel carries by shared pointer. The parcel only releases them.
+/// Base class of the objects that a parcel carries. The parcel holds and releases references, and does nothing
+/// else with the objects.
 class OSAL_API MediaRefBase {
 public:
     /// Runs when the last reference is released, possibly by a parcel.
@@ -30,11 +31,11 @@ public:
 /// **Never use a parcel from two threads at the same time, not even to read**: the const reads move the read
 /// positions.
 ///
-/// - Order: fixed-size values, strings and shared pointers are three separate sequences, each in the order of
+/// - Order: fixed-size values, strings and objects are three separate sequences, each in the order of
 ///   writing. Types are not recorded: the reader reads the same widths that were written. Reads and writes may
 ///   alternate. Nothing moves a read position back; only a copy of the parcel reads from the start.
-/// - Capacity: MEDIA_PARAM_CAPACITY bytes of fixed-size values, which never grow. Strings and shared pointers do
-///   not use this capacity.
+/// - Capacity: MEDIA_PARAM_CAPACITY bytes of fixed-size values, which never grow. Strings and objects do not
+///   use this capacity.
 /// - Copies: a parcel has no move operation. Returning a parcel by value may copy its 32 KiB, and the copy reads
 ///   from the start.
 /// - Results: 0 or -1 (ERR_NO_MORE), or the value itself. If memory runs out, std::bad_alloc is thrown and the
@@ -49,10 +50,10 @@ public:
 /// ```
 class OSAL_API MediaParam {
 public:
-    /// An empty parcel.
+    /// Creates an empty parcel.
     MediaParam();
-    /// A copy of `other` that reads from the start, as from Copy(). If `other` has a capacity of 0, the new parcel
-    /// has too, and all its fixed-size writes and reads fail.
+    /// Creates a copy of `other` that reads from the start, as from Copy(). If `other` has a capacity of 0, the
+    /// new parcel has too, and all its fixed-size writes and reads fail.
     MediaParam(const MediaParam& other);
     /// As the other copy constructor. From null, the new parcel has a capacity of 0.
     explicit MediaParam(const MediaParam* other);
@@ -84,7 +85,7 @@ public:
     /// @name Writing strings and objects
     /// @{
 
-    /// Appends a copy of the text and returns 0. For null, stores nothing, logs nothing and returns -1.
+    /// Appends a copy of the string and returns 0. For null, stores nothing, logs nothing and returns -1.
     int32_t WriteString(const char* str);
     /// Appends a reference to the object, or an empty pointer. Always returns 0.
     int32_t WritePointer(const std::shared_ptr<MediaRefBase>& ref);
@@ -122,7 +123,7 @@ public:
     /// @{
 
     /// Returns the next string, or null after the last one. The parcel owns the string, which is valid until
-    /// another string is written, or until the parcel is copied over or destroyed.
+    /// another string is written, the parcel is assigned or destroyed, or Copy() changes the parcel.
     const char* ReadString() const;
     /// Returns a new reference to the next object, or an empty pointer after the last one.
     std::shared_ptr<MediaRefBase> ReadPointer() const;

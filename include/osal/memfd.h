@@ -1,12 +1,11 @@
 #pragma once
 
 /// @file
-/// Shared-memory regions: descriptors of anonymous memory files, to be mapped with mmap() and passed to other
-/// processes.
+/// Shared-memory regions: anonymous memory files, which processes map with mmap() and pass on as descriptors.
 ///
-/// The caller owns a region and closes its descriptor, which stays open across exec(). Descriptor 0 is never a
-/// region. All functions may be called from any thread. Every failure logs an error, unless a function says
-/// otherwise, and returns -1 or false.
+/// The caller owns the descriptor of a region and closes it. The descriptor stays open across exec() and is never
+/// 0. All functions may be called from any thread. Every failure logs an error, unless a function says otherwise,
+/// and returns -1 or false.
 
 #include "osal/export.h"
 
@@ -23,14 +22,16 @@ OSAL_API int MemfdCreateRegion(std::string name, unsigned long size);
 /// PROT_WRITE, PROT_EXEC. If `prot` includes PROT_WRITE, the function changes nothing, logs a debug line and
 /// returns 0.
 ///
-/// **A sealed region can still be resized, and existing writable mappings stay writable**: where that matters, add
-/// the seals F_SEAL_SHRINK and F_SEAL_GROW, and unmap. Returns 0 on success. Returns -1 for a `prot` of 0 or less
-/// (without a line), for an invalid descriptor, and if the seal is refused. A refusal with EINVAL logs a second
-/// line: the kernel does not support the seal.
+/// **A write-protected region can still be resized, and existing writable mappings stay writable.** Unmap these
+/// mappings before this call, and add the seals F_SEAL_SHRINK and F_SEAL_GROW after it.
+///
+/// Returns 0 on success. Returns -1 for a `prot` of 0 or less (logs nothing), for an invalid descriptor, and if
+/// the kernel refuses the seal. A refusal with EINVAL means that the kernel does not support the seal, and logs a
+/// second error.
 OSAL_API int MemfdSetProtRegion(int fd, int prot);
 
-/// True if `fd` is 1 or more and its file supports seals. This includes files of tmpfs, and memory files that were
-/// created without permission to add seals. Otherwise logs an error and returns false.
+/// Returns true if `fd` is 1 or more and its file supports seals. This includes files of tmpfs, and memory files
+/// that were created without permission to add seals. Otherwise logs an error and returns false.
 OSAL_API bool MemfdIsValid(int fd);
 
 /// Returns the size of a region in bytes. Also returns -1 for a region of 2 GiB or more, whose size does not fit

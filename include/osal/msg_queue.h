@@ -18,11 +18,11 @@ namespace osal {
 
 /// The interface of a message handler, which a queue calls. Derive handlers from MsgHandlerBase.
 ///
-/// A handler belongs to its caller. **Delete a handler only when all of this is true**:
-/// - No queue has a pending message for it, and no RemoveMsg() or Stop() is dropping one.
-/// - Its HandleMsg() is not running, or does nothing more after its call of NotifyFinished(). RemoveMsg() does not
-///   wait for a HandleMsg() that is running.
-/// - No thread is in its Wait().
+/// A handler belongs to the code that queues it. **Delete a handler only when all of this is true**:
+/// - No queue has a pending message for the handler, and no RemoveMsg() or Stop() is dropping such a message.
+/// - HandleMsg() of the handler is not running, or does nothing more after its call of NotifyFinished().
+///   RemoveMsg() does not wait for a HandleMsg() that is running.
+/// - No thread is in Wait() of the handler.
 ///
 /// For a handler with one message and one waiter, all of this is true when Wait() returns, if HandleMsg() calls
 /// NotifyFinished() as its last action.
@@ -41,23 +41,23 @@ public:
     /// Blocks until the handler is finished.
     virtual void Wait() = 0;
 
-    /// Marks the handler finished. The handler's own code calls it when the work is done. A queue calls it for
-    /// each message that the queue drops, **with the lock of the queue held**: it must not call that queue, and
-    /// must not throw.
+    /// Marks the handler as finished. The handler's own code calls NotifyFinished() when the work is done. A queue
+    /// calls it for each message that the queue drops, **with the lock of the queue held**: NotifyFinished() must
+    /// not call that queue, and must not throw.
     virtual void NotifyFinished() = 0;
 };
 
-/// A handler with a completion signal: any number of threads can Wait() for NotifyFinished().
+/// A handler that can be waited for: any number of threads can Wait() for NotifyFinished().
 ///
 /// **A waiter cannot tell a handled message from a dropped message.** The queue does not call NotifyFinished()
-/// after HandleMsg(): if a thread waits for the handler, HandleMsg() has to call it. One object signals one
-/// completion: a finished handler stays finished, and every later Wait() returns at once, even if the handler is
+/// after HandleMsg(): if a thread waits for the handler, HandleMsg() has to call it. One object finishes
+/// once: a finished handler stays finished, and every later Wait() returns at once, even if the handler is
 /// queued again. With several messages, the first message that is handled or dropped ends the wait.
 ///
 /// Memory: what a thread wrote before NotifyFinished() is visible after Wait().
 class OSAL_API MsgHandlerBase : public IMsgHandler {
 public:
-    /// A handler that is not finished.
+    /// Creates a handler that is not finished.
     MsgHandlerBase();
     ~MsgHandlerBase() override;
     MsgHandlerBase(const MsgHandlerBase&) = delete;
@@ -79,16 +79,17 @@ private:
 ///
 /// - Order: the earliest due time first, and equal due times in the order of queuing. A handler never starts
 ///   before its due time. The handlers before it and the system decide how late it starts.
-/// - Threads: any thread may call any operation, and handlers may too. If Start() and Stop() meet, one waits for
-///   the other. If several threads call Stop() at the same time, all calls return after the worker has ended and
-///   the pending messages are dropped. **While HandleMsg() waits for another thread, that thread must not call
-///   Start() or Stop()**: Stop() waits for HandleMsg(), and Start() waits for a Stop() that is in progress.
+/// - Threads: any thread may call any operation, and handlers may too. A Start() and a Stop() at the same time run
+///   one after the other. If several threads call Stop() at the same time, all calls return after the worker has
+///   ended and the pending messages are dropped. **While HandleMsg() waits for another thread, that thread must
+///   not call Start() or Stop()**: Stop() waits for HandleMsg(), and Start() waits for a Stop() that is in
+///   progress.
 /// - On the worker: Stop() is refused with a warning and changes nothing. A handler may destroy its own queue,
-///   even while the QueueMsg() that queued it is still returning: this logs the same warnings, drops the pending
-///   messages and ends the worker when the handler returns.
+///   even while the QueueMsg() that queued it is still returning. The destructor logs this warning twice and drops
+///   the pending messages. The worker ends when the handler returns.
 /// - Memory: what a thread wrote before QueueMsg() is visible in HandleMsg().
-/// - Log: the log function is called with the lock of the queue held. A log function that a program defines itself
-///   must not call the same queue.
+/// - Log: the log function may be called with the lock of the queue held. A log function that a program defines
+///   itself must not call the same queue.
 /// - Units: delays are nanoseconds on the monotonic clock. Keep delays below 2^63 ns (292 years): a message whose
 ///   due time does not fit into 64 bits is due at once, at any place among the messages that are due.
 /// - Results: 0 or a negated Linux error number. If memory runs out, QueueMsg() and Start() throw std::bad_alloc
@@ -102,14 +103,14 @@ private:
 /// ```
 class OSAL_API MsgQueue {
 public:
-    /// A stopped queue.
+    /// Creates a stopped queue.
     MsgQueue();
     /// Calls Stop(). On the worker itself, it drops the pending messages and detaches the worker.
     virtual ~MsgQueue();
     MsgQueue(const MsgQueue&) = delete;
     MsgQueue& operator=(const MsgQueue&) = delete;
 
-    /// Starts the worker with a name and a priority, as Thread::Start() does. Returns 0 if the worker runs. If a
+    /// Starts the worker with a name and a priority, as Thread::Start() does. Returns 0 on success. If a
     /// worker is already running, logs an info line, keeps its name and priority and returns 0. Returns -12
     /// (ENOMEM) if there is no memory for the worker object or the system refuses the thread: the queue stays
     /// stopped.
@@ -122,16 +123,18 @@ public:
     /// due-time order and calls NotifyFinished() for each. Does nothing on a stopped queue.
     void Stop();
 
-    /// The kernel thread id of the worker, which is not a handle for SetThreadPriority(). -1 without a worker,
-    /// during Stop(), and until a new worker has recorded its id.
+    /// Returns the kernel thread id of the worker, which is not a handle for SetThreadPriority(). -1 without a
+    /// worker, during Stop(), and until a new worker has recorded its id.
     int32_t GetThreadId();
 
     /// Queues `handler` to run once, `delayNs` from now. The same handler may be queued several times. Returns 0
-    /// on success. Returns -38 (ENOSYS) for a null handler, and after an error line if the queue is not running.
+    /// on success. Returns -38 (ENOSYS) for a null handler (logs nothing) and if the queue is not running (logs an
+    /// error).
     int32_t QueueMsg(IMsgHandler* handler, uint64_t delayNs);
 
     /// Drops all pending messages of `handler` and calls NotifyFinished() for each. Does not wait for a
-    /// HandleMsg() that is running. Visits every pending message of the queue. Does nothing for null.
+    /// HandleMsg() that is running. Holds the lock of the queue while it visits every pending message. Does
+    /// nothing for null.
     void RemoveMsg(IMsgHandler* handler);
 
 private:

@@ -19,20 +19,20 @@ namespace osal {
 /// A thread object, whose worker calls Run() of a subclass repeatedly until Run() returns false or Stop() is
 /// called.
 ///
-/// **Stop the worker before the destruction of the subclass begins**, at the latest in the destructor of the class
-/// that defines Run(): when ~Thread() stops the worker, that class is already destroyed. **Destroy an object only
-/// when no other thread is in one of its operations**; the worker itself is the exception below.
+/// **Stop the worker before the object is destroyed**, at the latest in the destructor of the class that defines
+/// Run(): when ~Thread() stops the worker, that class is already destroyed. **Destroy an object only when no other
+/// thread is in one of its operations.**
 ///
 /// - Threads: any thread may call any operation. Stop() waits for a Run() that is in progress and does not wake
-///   it: if Run() can block, wake it first. If several threads call Stop() at the same time, all calls return
-///   after the worker has ended.
+///   Run(): if Run() can block, make it return before Stop(). If several threads call Stop() at the same time, all
+///   calls return after the worker has ended.
 /// - On the worker: Stop() is refused with a warning. Run() may destroy its own object, even while the Start()
 ///   that created the worker is still returning. The worker then ends when Run() returns, and Run() must not use
 ///   the object any more.
 /// - Memory: what the calling thread wrote before Start() is visible in Run(). What Run() wrote is visible after
 ///   Stop().
-/// - Log: the log function is called with the object's lock held. A log function that a program defines itself
-///   must not call the same object.
+/// - Log: the log function may be called with the lock of the object held. A log function that a program defines
+///   itself must not call the same object.
 /// - Results: 0 or a negated Linux error number. If memory runs out, std::bad_alloc is thrown and the object stays
 ///   stopped.
 ///
@@ -56,7 +56,7 @@ public:
         PRIORITY_MAX = 99,  ///< The highest priority, which is above most threads of the kernel.
     };
 
-    /// A stopped object.
+    /// Creates a stopped object.
     Thread();
     /// Calls Stop(). Too late for a subclass whose worker may still call Run().
     virtual ~Thread();
@@ -67,16 +67,16 @@ public:
     /// keeps the name of the calling thread.
     ///
     /// Returns 0 on success. Returns -17 (EEXIST), logs an info line and changes nothing if there is a worker; a
-    /// worker that ended by itself counts until Stop(). Returns -12 (ENOMEM) after an error line if the system
+    /// worker that ended by itself counts until Stop(). Returns -12 (ENOMEM) and logs an error if the system
     /// refuses the thread: the object stays stopped, and a later Start() may succeed.
     int32_t Start(const std::string& name, Priority priority);
 
-    /// Requests the worker to end and waits until it has ended. Does nothing without a worker.
+    /// Tells the worker to end and waits until the worker has ended. Does nothing without a worker.
     void Stop();
 
-    /// The kernel thread id of the worker; -1 without a worker. A worker that ended by itself counts until Stop().
-    /// Until the worker has recorded its id, shortly after Start(), the result is -1 or the id of the previous
-    /// worker.
+    /// Returns the kernel thread id of the worker; -1 without a worker. A worker that ended by itself counts until
+    /// Stop(). Until the worker has recorded its id, shortly after Start(), the result is -1 or the id of the
+    /// previous worker.
     int32_t GetId();
 
 protected:

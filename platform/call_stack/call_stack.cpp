@@ -34,7 +34,7 @@ _Unwind_Reason_Code Collect(_Unwind_Context* context, void* argument)
 
 void LogFrame(const char* logtag, size_t number, uintptr_t returnAddress)
 {
-    // The call stands before the address that it returns to, which may belong to the next function already.
+    // The call is before its return address, which may already belong to the next function.
     const uintptr_t address = returnAddress - 1;
     Dl_info info{};
     // NOLINTNEXTLINE(performance-no-int-to-ptr): the unwinder gives integers, dladdr() takes pointers
@@ -58,12 +58,12 @@ namespace android {
 
 __attribute__((noinline)) CallStack::CallStack(const char* logtag, int32_t ignoreDepth)
 {
-    // Which frames the unwinder shows of this function and its helpers depends on the optimiser. The address
-    // that this constructor returns to does not: it belongs to frame 1.
+    // The optimiser decides which frames of this constructor and its helpers the unwinder shows. The return
+    // address of this constructor does not depend on the optimiser: it belongs to frame 1.
     const auto callSite = reinterpret_cast<uintptr_t>(__builtin_extract_return_addr(__builtin_return_address(0)));
     Frames frames{};
     _Unwind_Backtrace(Collect, &frames);
-    size_t caller = 1;  // if it is not found, nothing but this constructor is left out
+    size_t caller = 1;  // if it is not found, only the first ignoreDepth frames are left out
     for (size_t i = 1; i < frames.mCount; ++i) {
         if (frames.mAddresses[i] == callSite) {
             caller = i;

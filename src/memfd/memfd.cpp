@@ -20,7 +20,7 @@ constexpr const char* TAG = "Memoryfd";
 // The kernel's number, which older headers do not have.
 constexpr int SEAL_FUTURE_WRITE = 0x10;
 
-// A memory file on a descriptor of 1 or more, because 0 counts as invalid; or -1, with errno set.
+// Returns the descriptor of a new memory file, 1 or more, or -1 with errno set. 0 counts as invalid.
 int CreateMemoryFile(const char* name)
 {
     const int fd = static_cast<int>(syscall(SYS_memfd_create, name, MFD_ALLOW_SEALING));

@@ -66,10 +66,11 @@ MediaMeta::~MediaMeta() { Destroy(); }
 
 void MediaMeta::Destroy()
 {
-    // Released last, when the container is empty and consistent: the destructor of an object may call it.
+    // Released last, when the container is empty and consistent: the destructor of an object may call the
+    // container.
     ItemMap released;
     released.swap(mItems);
-    // The kept iterators are at entries that are gone, with which Begin() and End() must not compare.
+    // Begin() must not compare with an entry that is gone, and swap() may invalidate the end position.
     if (mBeginIter) {
         *mBeginIter = ConstIterator(mItems, mItems.end());
     }

@@ -42,7 +42,7 @@ constexpr std::tuple ROWS{
 template <typename T>
 constexpr Row<T> ROW = std::get<Row<T>>(ROWS);
 
-// What a setter did with the item. STORED_UNFILLED: it has a new block, but the bytes could not be copied.
+// What a setter did with the item. STORED_UNFILLED: the item has a new buffer, but the bytes could not be copied.
 enum StoreResult { NOT_STORED, STORED, STORED_UNFILLED };
 
 // The rule of all setters. Runs `store` on the item of the entry if the item is of `type`, or on a new all-zero
@@ -103,16 +103,16 @@ bool GetPlain(const MediaMeta::ItemMap& items, const char* key, T& value)
 
 }  // namespace
 
-bool StoreText(Item& item, const char* text)
+bool StoreString(Item& item, const char* value)
 {
     char*& stored = item.mValue.stringValue;
-    if (text == nullptr) {
+    if (value == nullptr) {
         return false;
     }
-    if (stored != nullptr && strcmp(stored, text) == 0) {
+    if (stored != nullptr && strcmp(stored, value) == 0) {
         return true;
     }
-    char* copy = strdup(text);  // before the old text is released, which may contain `text`
+    char* copy = strdup(value);  // before the old string is released, which may contain `value`
     if (copy == nullptr) {
         LOGE("fail to alloc mem for str");
         return false;
@@ -122,23 +122,23 @@ bool StoreText(Item& item, const char* text)
     return true;
 }
 
-bool CheckBlock(const char* key, MediaMeta::ByteBuffer block)
+bool CheckBuffer(const char* key, MediaMeta::ByteBuffer buffer)
 {
-    if (key == nullptr || block.data == nullptr || block.size == 0) {
-        LOGE("name %p, data %p, size %zu", static_cast<const void*>(key), static_cast<void*>(block.data),
-             block.size);
+    if (key == nullptr || buffer.data == nullptr || buffer.size == 0) {
+        LOGE("name %p, data %p, size %zu", static_cast<const void*>(key), static_cast<void*>(buffer.data),
+             buffer.size);
         return false;
     }
     return true;
 }
 
-bool StoreBlock(Item& item, MediaMeta::ByteBuffer block)
+bool StoreBuffer(Item& item, MediaMeta::ByteBuffer buffer)
 {
-    // Copied before the old block is released: `block` may be that block.
-    std::unique_ptr<uint8_t[]> copy(new uint8_t[block.size]);  // not make_unique(), which zeroes the bytes first
-    const bool isCopied = memcpy_s(copy.get(), block.size, block.data, block.size) == 0;
+    // Copied before the old bytes are released: `buffer` may be these bytes.
+    std::unique_ptr<uint8_t[]> copy(new uint8_t[buffer.size]);  // not make_unique(), which zeroes the bytes first
+    const bool isCopied = memcpy_s(copy.get(), buffer.size, buffer.data, buffer.size) == 0;
     delete[] item.mValue.byteBufferValue.data;
-    item.mValue.byteBufferValue = {block.size, copy.release()};
+    item.mValue.byteBufferValue = {buffer.size, copy.release()};
     return isCopied;
 }
 
@@ -174,16 +174,16 @@ bool MediaMeta::SetRect(const char* key, int32_t a, int32_t b, int32_t c, int32_
 bool MediaMeta::SetString(const char* key, const char* value)
 {
     return SetItem(mItems, key, META_TYPE_STRING,
-                   [value](Item& item) { return StoreText(item, value) ? STORED : NOT_STORED; });
+                   [value](Item& item) { return StoreString(item, value) ? STORED : NOT_STORED; });
 }
 
 bool MediaMeta::SetByteBuffer(const char* key, ByteBuffer value)
 {
-    if (!CheckBlock(key, value)) {
+    if (!CheckBuffer(key, value)) {
         return false;
     }
     return SetItem(mItems, key, META_TYPE_BYTE_BUFFER,
-                   [value](Item& item) { return StoreBlock(item, value) ? STORED : STORED_UNFILLED; });
+                   [value](Item& item) { return StoreBuffer(item, value) ? STORED : STORED_UNFILLED; });
 }
 
 bool MediaMeta::SetByteBuffer(const char* key, uint8_t* data, uint64_t size)

@@ -23,19 +23,19 @@ void LogLeftOut(const char* operation, MetaType type)
     LOGE("%s: Should not be here mType: %d", operation, type);
 }
 
-// The text, or `substitute` for an entry that came from a parcel without its text.
-const char* TextOr(const char* substitute, const Item::Value& value)
+// The string, or `substitute` for an entry that came from a parcel without its string.
+const char* StringOr(const char* substitute, const Item::Value& value)
 {
     return value.stringValue != nullptr ? value.stringValue : substitute;
 }
 
-// Makes `to` hold its own copy of the text or the block of `from`.
+// Makes `to` hold its own copy of the string or the bytes of `from`.
 bool CopyMemory(const char* key, const Item& from, Item& to)
 {
     if (from.mType == META_TYPE_STRING) {
-        return StoreText(to, from.mValue.stringValue);
+        return StoreString(to, from.mValue.stringValue);
     }
-    return CheckBlock(key, from.mValue.byteBufferValue) && StoreBlock(to, from.mValue.byteBufferValue);
+    return CheckBuffer(key, from.mValue.byteBufferValue) && StoreBuffer(to, from.mValue.byteBufferValue);
 }
 
 bool MergeItem(MediaMeta& to, const char* key, const Item& item)
@@ -69,7 +69,7 @@ void DumpItem(const char* key, const Item& item)
     const Item::Value& value = item.mValue;
     const MediaMeta::Fraction& fraction = value.fractionValue;
     const MediaMeta::Rect& rect = value.rectValue;
-    const MediaMeta::ByteBuffer& block = value.byteBufferValue;
+    const MediaMeta::ByteBuffer& buffer = value.byteBufferValue;
     switch (item.mType) {
         case META_TYPE_NONE: LOGD("empty item"); return;
         case META_TYPE_INT32: LOGD("(%s, int32_t:%d)", key, value.int32Value); return;
@@ -77,9 +77,9 @@ void DumpItem(const char* key, const Item& item)
         case META_TYPE_FLOAT: LOGD("(%s, float:%f)", key, static_cast<double>(value.floatValue)); return;
         case META_TYPE_DOUBLE: LOGD("(%s, double:%f)", key, value.doubleValue); return;
         case META_TYPE_POINTER: LOGD("(%s, pointer:%p)", key, value.pointerValue); return;
-        case META_TYPE_STRING: LOGD("(%s, string:%s)", key, TextOr("(null)", value)); return;
+        case META_TYPE_STRING: LOGD("(%s, string:%s)", key, StringOr("(null)", value)); return;
         case META_TYPE_BYTE_BUFFER:
-            LOGD("(%s, bytebuffer(%p, %zu))", key, static_cast<void*>(block.data), block.size);
+            LOGD("(%s, bytebuffer(%p, %zu))", key, static_cast<void*>(buffer.data), buffer.size);
             return;
         case META_TYPE_FRACTION: LOGD("(%s, fraction:(%d/%d))", key, fraction.num, fraction.den); return;
         case META_TYPE_RECT: LOGD("(%s, rect:(%d, %d, %d, %d))", key, rect.a, rect.b, rect.c, rect.d); return;
@@ -101,7 +101,7 @@ void WriteInts(MediaParam& param, std::initializer_list<int32_t> values)
     }
 }
 
-// False if the value is not carried.
+// Returns false if the value is not carried.
 bool WriteValue(MediaParam& param, const Item& item)
 {
     const Item::Value& value = item.mValue;
@@ -113,8 +113,8 @@ bool WriteValue(MediaParam& param, const Item& item)
         case META_TYPE_POINTER: param.WriteInt64(reinterpret_cast<int64_t>(value.pointerValue)); return true;
         case META_TYPE_FLOAT: param.WriteDouble(static_cast<double>(value.floatValue)); return true;
         case META_TYPE_DOUBLE: param.WriteDouble(value.doubleValue); return true;
-        // A missing text must not shift the keys and texts behind it.
-        case META_TYPE_STRING: param.WriteString(TextOr("", value)); return true;
+        // A missing string must not shift the keys and strings after it.
+        case META_TYPE_STRING: param.WriteString(StringOr("", value)); return true;
         case META_TYPE_FRACTION: WriteInts(param, {fraction.num, fraction.den}); return true;
         case META_TYPE_RECT: WriteInts(param, {rect.a, rect.b, rect.c, rect.d}); return true;
         case META_TYPE_BYTE_BUFFER: LOGE("MediaParam doesn't support WriteByteBuffer method"); return false;
@@ -133,13 +133,13 @@ bool WriteValue(MediaParam& param, const Item& item)
 
 enum ReadResult { COMPLETE, INCOMPLETE, NO_MEMORY };
 
-ReadResult ReadText(const MediaParam& param, Item& item)
+ReadResult ReadString(const MediaParam& param, Item& item)
 {
-    const char* text = param.ReadString();
-    if (text == nullptr) {
+    const char* value = param.ReadString();
+    if (value == nullptr) {
         return INCOMPLETE;
     }
-    return StoreText(item, text) ? COMPLETE : NO_MEMORY;
+    return StoreString(item, value) ? COMPLETE : NO_MEMORY;
 }
 
 // Reads exactly what WriteValue() wrote for the type of the item.
@@ -153,7 +153,7 @@ ReadResult ReadValue(const MediaParam& param, Item& item)
         case META_TYPE_POINTER: value.pointerValue = reinterpret_cast<void*>(param.ReadInt64()); return COMPLETE;
         case META_TYPE_FLOAT: value.floatValue = static_cast<float>(param.ReadDouble()); return COMPLETE;
         case META_TYPE_DOUBLE: value.doubleValue = param.ReadDouble(); return COMPLETE;
-        case META_TYPE_STRING: return ReadText(param, item);
+        case META_TYPE_STRING: return ReadString(param, item);
         case META_TYPE_FRACTION: value.fractionValue = {param.ReadInt32(), param.ReadInt32()}; return COMPLETE;
         case META_TYPE_RECT:
             value.rectValue = {param.ReadInt32(), param.ReadInt32(), param.ReadInt32(), param.ReadInt32()};
@@ -172,8 +172,8 @@ ReadResult ReadValue(const MediaParam& param, Item& item)
     return INCOMPLETE;
 }
 
-// False if the entry is incomplete. An entry without a key is skipped. Without memory for its text, the entry is
-// not stored, and its key keeps the previous one.
+// Returns false if the entry is incomplete. An entry without a key is skipped. If there is no memory for its
+// string, the entry is not stored, and the previous item of the key stays.
 bool ReadEntry(const MediaParam& param, MediaMeta::ItemMap& items)
 {
     const auto type = static_cast<MetaType>(param.ReadInt32());
@@ -211,7 +211,7 @@ void MediaMeta::Keep(std::unique_ptr<ConstIterator>& slot, ItemMap::const_iterat
 std::shared_ptr<MediaMeta> MediaMeta::Copy() const
 {
     auto copy = Create();
-    copy->mItems = ItemMap(mItems);  // constructed: assignment may search a place for each entry
+    copy->mItems = ItemMap(mItems);  // not assigned: assignment may search the map for each entry
     for (auto& [key, item] : copy->mItems) {
         if (item->mType != META_TYPE_STRING && item->mType != META_TYPE_BYTE_BUFFER) {
             continue;

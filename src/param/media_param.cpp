@@ -27,7 +27,7 @@ static_assert(sizeof(float) == 4 && sizeof(double) == 8 && sizeof(uint8_t*) == 8
 
 MediaRefBase::~MediaRefBase() = default;
 
-// new[] and not make_unique(), which zeroes the bytes: nobody reads bytes that were not written.
+// new[] and not make_unique(), which zeroes the bytes: no read returns bytes that were not written.
 MediaParam::MediaParam() : mData(new uint8_t[MEDIA_PARAM_CAPACITY]), mCapacity(MEDIA_PARAM_CAPACITY) {}
 
 MediaParam::MediaParam(const MediaParam& other) : MediaParam(&other) {}

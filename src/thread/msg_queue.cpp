@@ -28,9 +28,9 @@ uint64_t NowNs()
     return static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::nanoseconds>(now).count());
 }
 
-// Moves the messages of the next due times to the list of the first, up to `nowNs`, the last reading of the clock.
-// The steps that run these messages then hold the lock for a shorter time. This keeps the order: a message that is
-// queued later is never due before the last reading of the clock, so that it belongs behind all gathered messages.
+// Appends the lists that were due at `nowNs`, the last reading of the clock, to the first list. The steps that run
+// these messages then hold the lock for a shorter time. This keeps the order: a message that is queued later is
+// never due before that reading, so the message belongs after all moved messages.
 template <typename Msgs>
 void GatherDue(Msgs& msgs, uint64_t nowNs)
 {

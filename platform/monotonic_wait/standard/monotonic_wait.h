@@ -6,8 +6,7 @@
 
 namespace osal {
 
-// Waits until `cond` is notified or `duration` has passed on the monotonic clock; it may also return for no
-// reason.
+// Waits until `cond` is notified or `duration` has passed on the monotonic clock. May also return early.
 inline void WaitMonotonic(std::condition_variable& cond, std::unique_lock<std::mutex>& lock,
                           std::chrono::nanoseconds duration)
 {

@@ -1,6 +1,6 @@
 #pragma once
 
-// Stand-in for the platform's log where there is none.
+// Substitute for the platform's log, if the system has none.
 
 #ifdef __cplusplus
 extern "C" {
