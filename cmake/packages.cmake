@@ -1,4 +1,4 @@
-# Makes two Debian packages: run cpack -G DEB in a build tree that was configured for /usr.
+# Makes the Debian packages libosal1, libosal1-dbgsym and libosal-dev: run cpack -G DEB in a build tree that was configured for /usr.
 set(CPACK_PACKAGE_NAME osal)
 set(CPACK_PACKAGE_VENDOR "osal developers")
 set(CPACK_PACKAGE_CONTACT "osal developers")
@@ -9,11 +9,11 @@ set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
-set(CPACK_STRIP_FILES ON)
 
 set(CPACK_DEBIAN_OSAL_RUNTIME_PACKAGE_NAME libosal${PROJECT_VERSION_MAJOR})
 set(CPACK_DEBIAN_OSAL_RUNTIME_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_OSAL_RUNTIME_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_OSAL_RUNTIME_DEBUGINFO_PACKAGE ON)  # strips the library, too
 set(CPACK_COMPONENT_OSAL_RUNTIME_DESCRIPTION "${PROJECT_DESCRIPTION}: run-time library")
 
 set(CPACK_DEBIAN_OSAL_DEVELOPMENT_PACKAGE_NAME libosal-dev)
