@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
 # Uses the library in an outside project in several ways: installed, through CMake and through pkg-config; added to
-# that project; and unpacked from the Debian packages.
+# that project; and unpacked from the Debian packages. GDB shows an object of the program.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/lib.sh
 
 [ $# -eq 0 ] || usage
-need c++=g++ cmake=cmake ninja=ninja-build pkg-config=pkgconf
+need c++=g++ cmake=cmake ninja=ninja-build pkg-config=pkgconf gdb=gdb
 build package
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
@@ -36,13 +36,30 @@ use_installed()
     libraries=$(dirname "$(dirname "$(find "$2" -name osal.pc)")")
     local -x PKG_CONFIG_PATH=$libraries/pkgconfig
     # shellcheck disable=SC2046  # they are several words
-    quietly c++ -std=c++17 tests/outside/main.cpp -o "$scratch/$1-pkg-config" $(pkg-config --cflags --libs osal) ||
+    quietly c++ -std=c++17 -g tests/outside/main.cpp -o "$scratch/$1-pkg-config" $(pkg-config --cflags --libs osal) ||
         fail "$1: pkg-config gives the wrong flags"
     LD_LIBRARY_PATH=$libraries quietly "$scratch/$1-pkg-config" || fail "$1: the program built with pkg-config failed"
 }
 
+# show_in_gdb NAME PREFIX GDB-OPTION...: shows a container of the program that use_installed built, with the
+# pretty-printers and the debug information that GDB itself finds.
+show_in_gdb()
+{
+    local name=$1 libraries shown
+    libraries=$(dirname "$(find "$2" -name libosal.so)")
+    shift 2
+    shown=$(gdb -nx -batch -iex "add-auto-load-safe-path $scratch" "$@" -iex "set breakpoint pending on" \
+        -ex "set environment LD_LIBRARY_PATH $libraries" -ex "break osal::MemfdCreateRegion" \
+        -ex run -ex up -ex "print *meta" "$scratch/$name-pkg-config" 2>&1) || true
+    [[ $shown == *'{"answer" = META_TYPE_INT32 42}'* ]] || { echo "$shown" >&2; fail "$name: GDB does not show a container"; }
+}
+
+obstacle=$(gdb_obstacle)
+[ -z "$obstacle" ] || echo "skipped GDB: $obstacle"
+
 quietly cmake --install build/package --prefix "$scratch/prefix"
 use_installed installed "$scratch/prefix"
+[ -n "$obstacle" ] || show_in_gdb installed "$scratch/prefix"
 
 build_outside "$scratch/part" -DOSAL_SOURCE="$PWD" || fail "the library could not be added to another project"
 quietly "$scratch/part/outside" || fail "the program of the project with the added library failed"
@@ -61,15 +78,25 @@ else
     need dpkg-shlibdeps=dpkg-dev file=file
     (cd build/package && quietly cpack -G DEB -B "$scratch/deb") || fail "cpack failed"
     runtime=$(echo "$scratch"/deb/libosal1_*.deb)
+    symbols=$(echo "$scratch"/deb/libosal1-dbgsym_*.ddeb)
     development=$(echo "$scratch"/deb/libosal-dev_*.deb)
     version=$(dpkg-deb -f "$runtime" Version)
     files=$(dpkg-deb -c "$runtime" | awk '$1 !~ /^d/ { print $6 }' | sed 's,.*/,,' | tr '\n' ' ')
     [ "$files" = "libosal.so.1 libosal.so.$version " ] || fail "libosal1 contains $files"
     [[ "$(dpkg-deb -f "$runtime" Depends)" == *libc6* ]] || fail "libosal1 does not depend on libc6"
     [ "$(dpkg-deb -f "$development" Depends)" = "libosal1 (= $version)" ] || fail "libosal-dev accepts other versions of libosal1"
-    quietly apt-get install --simulate "$runtime" "$development" || fail "the packages cannot be installed"
+    quietly apt-get install --simulate "$runtime" "$symbols" "$development" || fail "the packages cannot be installed"
     dpkg-deb -x "$runtime" "$scratch/root"
     dpkg-deb -x "$development" "$scratch/root"
     use_installed packed "$scratch/root/usr"
+    if [ -z "$obstacle" ]; then
+        # In its own folder, GDB looks under the path of the library, which begins with $scratch/root here.
+        dpkg-deb -x "$symbols" "$scratch/root"
+        mkdir -p "$scratch/auto-load$scratch/root"
+        ln -s "$scratch/root/usr/share/gdb/auto-load/usr" "$scratch/auto-load$scratch/root/usr"
+        show_in_gdb packed "$scratch/root/usr" \
+            -iex "set auto-load scripts-directory $scratch/auto-load:\$datadir/auto-load" \
+            -iex "set debug-file-directory $scratch/root/usr/lib/debug"
+    fi
 fi
 echo "packages passed"

@@ -51,3 +51,16 @@ build()
     log=$(cmake --preset "$preset" "$@" 2>&1) || { echo "$log" >&2; fail "cannot configure the preset $preset"; }
     log=$(cmake --build --preset "$preset" 2>&1) || { echo "$log" >&2; fail "cannot build the preset $preset"; }
 }
+
+# gdb_obstacle: prints why GDB cannot show the objects of a program on this machine; prints nothing if it can.
+gdb_obstacle()
+{
+    local probe
+    command -v gdb >/dev/null || { echo "there is no GDB"; return; }
+    probe=$(gdb -nx -batch -ex 'python print("Python works")' -ex starti /bin/true 2>&1) || true
+    case $probe in
+        *"Python works"*"Program stopped"*) ;;
+        *"Python works"*) echo "GDB may not trace programs on this machine" ;;
+        *) echo "this GDB has no Python" ;;
+    esac
+}

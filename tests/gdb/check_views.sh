@@ -1,0 +1,34 @@
+#!/usr/bin/env bash
+# Prints the objects of a program with GDB, first in the running program and then in its core file, and compares both
+# outputs with expected.txt: check_views.sh PROGRAM LIBRARY-FOLDER [REASON-TO-SKIP]. Exits with 77 if it is skipped.
+set -euo pipefail
+program=$1
+library=$2
+here=$(cd "$(dirname "$0")" && pwd)
+. "$here/../../scripts/lib.sh"
+
+reason=${3:-$(gdb_obstacle)}
+if [ -n "$reason" ]; then
+    echo "skipped: $reason"
+    exit 77
+fi
+scratch=$(mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
+
+# show NAME GDB-ARGUMENT...: runs show.gdb, which writes into the file NAME. Replaced are numbers that differ from run to
+# run, and reasons that differ between versions of GDB and Python.
+show()
+{
+    local name=$1
+    shift
+    gdb -nx -batch -iex "add-auto-load-safe-path $library" -iex "set logging file $scratch/$name" "$@" \
+        -x "$here/show.gdb" >"$scratch/log" 2>&1 || { cat "$scratch/log"; fail "$name: GDB failed"; }
+    sed -E -i 's/0x[0-9a-f]{6,}/ADDRESS/g; s/\<id [0-9]+/id NUMBER/; s/<cannot be read: [^G].*>/<cannot be read: REASON>/
+        /^[0-9].* printers (dis|en)abled$/d' "$scratch/$name"
+    diff -u "$here/expected.txt" "$scratch/$name" || fail "$name: not as expected"
+}
+
+# A single heap for all threads keeps the core file small.
+show running -ex 'set environment MALLOC_ARENA_MAX 1' -ex 'break AllSet' -ex run -ex "generate-core-file $scratch/program.core" \
+    "$program"
+show core "$program" "$scratch/program.core"
