@@ -3,7 +3,6 @@
 
 #include <cerrno>
 #include <climits>
-#include <dirent.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/mman.h>
@@ -34,17 +33,6 @@ void* Map(int fd, int prot)
 {
     void* address = mmap(nullptr, 4096, prot, MAP_SHARED, fd, 0);
     return address == MAP_FAILED ? nullptr : address;
-}
-
-size_t OpenDescriptors()
-{
-    size_t count = 0;
-    DIR* directory = opendir("/proc/self/fd");
-    while (readdir(directory) != nullptr) {
-        ++count;
-    }
-    closedir(directory);
-    return count;
 }
 
 }  // namespace

@@ -1,25 +1,31 @@
 #include "osal/msg_queue.h"
+
 #include "osal/utils.h"
 #include "support.h"
+#include "system.h"
 
-#include <ctime>
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cstring>
 #include <functional>
 #include <gtest/gtest.h>
+#include <list>
+#include <random>
 
 using osal::IMsgHandler;
 using osal::MsgHandlerBase;
 using osal::MsgQueue;
 using osal::Thread;
-using Clock = std::chrono::steady_clock;
 
 namespace {
 
 constexpr const char* TAG = "MsgQueue";
-constexpr uint64_t HOUR_NS = 3'600'000 * NS_PER_MS;
 
+// In a simulation: what is due runs at exactly its due time.
 class MsgQueueTest : public testing::Test {
 protected:
-    // Notes what happens to it under its name, in one list for all handlers of the test.
+    // Notes what happens to it and when, in one list for all handlers of the test.
     class Recorder : public MsgHandlerBase {
     public:
         Recorder(MsgQueueTest& test, std::string name, std::function<void()> body = {})
@@ -50,11 +56,12 @@ protected:
 
     using Notes = std::vector<std::string>;
 
+    // With the time since the test began, unless that is 0.
     void Note(const std::string& what)
     {
+        const uint64_t ns = Simulation::NowNs() - mStartNs;
         const std::lock_guard<std::mutex> lock(mMutex);
-        mNotes.push_back(what);
-        mTimes.push_back(Clock::now());
+        mNotes.push_back(what + (ns != 0 ? " @" + std::to_string(ns) : ""));
     }
     Notes TakeNotes()
     {
@@ -62,19 +69,20 @@ protected:
         return std::move(mNotes);
     }
     void StartQueue() { ASSERT_EQ(0, mQueue.Start("queue", Thread::PRIORITY_MIN)); }
-    // The worker blocks in a handler until released: what is queued meanwhile races with nothing.
+    // The worker blocks in a handler until released.
     void ParkWorker()
     {
         StartQueue();
-        ASSERT_EQ(0, mQueue.QueueMsg(&mParker, 0));
-        ASSERT_TRUE(mParked.Wait());
+        Queue(mParker, 0);
+        mParked.Wait();
         TakeNotes();
     }
     void Queue(IMsgHandler& handler, uint64_t delayNs) { EXPECT_EQ(0, mQueue.QueueMsg(&handler, delayNs)); }
 
+    const Simulation mSimulation;
+    const uint64_t mStartNs = Simulation::NowNs();
     std::mutex mMutex;
     Notes mNotes;
-    std::vector<Clock::time_point> mTimes;
     Event mParked;
     Event mRelease;
     Recorder mParker{*this, "parker", [this] {
@@ -102,67 +110,81 @@ TEST_F(MsgQueueTest, RefusesMessagesUnlessItRuns)
     mQueue.Stop();
     EXPECT_EQ(-38, mQueue.QueueMsg(&handler, 0));
     const LogLine refused{ANDROID_LOG_ERROR, TAG, "QueueMsg: QueueMsg thread not start!"};
-    EXPECT_EQ((LogLines{refused, refused}), log.Lines(TAG));
+    EXPECT_EQ((LogLines{refused, refused}), log.Lines());
     EXPECT_EQ(Notes{}, TakeNotes());
 }
 
 TEST_F(MsgQueueTest, StartsOnceAndAgainAfterStop)
 {
     const LogCapture log;
-    Recorder handler(*this, "handler", [this] {
+    pthread_t worker{};
+    Recorder handler(*this, "handler", [&] {
         EXPECT_EQ(osal::GetTid(), mQueue.GetThreadId());
+        worker = pthread_self();
         Note(KernelThreadName(osal::GetTid()));
     });
     for (const std::string name : {"first", "second"}) {
-        EXPECT_EQ(0, mQueue.Start(name, Thread::PRIORITY_MIN));
+        EXPECT_EQ(0, mQueue.Start(name, static_cast<Thread::Priority>(7)));
         EXPECT_EQ(0, mQueue.Start("ignored", Thread::PRIORITY_MAX));
         Recorder last(*this, "last");
         Queue(handler, 0);
         Queue(last, 0);
         last.Wait();
         EXPECT_EQ((Notes{"handler", name, "last"}), TakeNotes());
+        const auto scheduling = Simulation::LastScheduling();
+        EXPECT_TRUE(pthread_equal(worker, scheduling.thread) != 0 && scheduling.priority == 7);
         mQueue.Stop();
         EXPECT_EQ(-1, mQueue.GetThreadId());
     }
     EXPECT_EQ((LogLines{{ANDROID_LOG_INFO, TAG, "Start: MsgProcessor first is not stop, ignored!"},
                         {ANDROID_LOG_INFO, TAG, "Start: MsgProcessor second is not stop, ignored!"}}),
-              log.Lines(TAG));
+              log.Lines());
 }
 
-TEST_F(MsgQueueTest, RunsInDueTimeOrderAndNeverEarly)
+TEST_F(MsgQueueTest, RunsInDueTimeOrderAtTheDueTime)
 {
     ParkWorker();
-    Recorder soon(*this, "soon");
-    Recorder late(*this, "late");
-    Recorder first(*this, "first");
-    Recorder second(*this, "second");
-    Queue(soon, 1);  // and due by the time that the next one is queued
-    const auto before = Clock::now();
-    Queue(late, 50 * NS_PER_MS);
-    Queue(first, 0);
-    Queue(second, 0);
-    Queue(first, 0);
+    Recorder a(*this, "a");
+    Recorder b(*this, "b");
+    Recorder c(*this, "c");
+    Queue(c, HOUR_NS);
+    Queue(a, 3);
+    Queue(b, 0);
+    Queue(c, 3);
+    Queue(a, 0);
+    Queue(b, 1);
+    Queue(c, 0);
     mRelease.Set();
-    late.Wait();
-    EXPECT_EQ((Notes{"soon", "first", "second", "first", "late"}), TakeNotes());
-    EXPECT_GE(mTimes.back() - before, std::chrono::milliseconds(50));
+    LetOthersRun();
+    Queue(a, 2);  // while the worker waits for what is due at 1
+    Queue(b, HOUR_NS - 1);
+    Simulation::Sleep(HOUR_NS);
+    EXPECT_EQ((Notes{"b", "a", "c", "b @1", "a @2", "a @3", "c @3", "b @3599999999999", "c @3600000000000"}),
+              TakeNotes());
 }
 
-TEST_F(MsgQueueTest, WakesForAnEarlierMessageAndKeepsTheLaterOne)
+TEST_F(MsgQueueTest, WakesTheWorkerForAnEarlierMessageAlone)
 {
     StartQueue();
     Recorder hour(*this, "hour");
-    Recorder later(*this, "later");
     Recorder sooner(*this, "sooner");
     Queue(hour, HOUR_NS);
-    const auto before = Clock::now();
-    Queue(later, 30 * NS_PER_MS);
-    Queue(sooner, 10 * NS_PER_MS);
-    later.Wait();
-    EXPECT_EQ((Notes{"sooner", "later"}), TakeNotes());
-    EXPECT_GE(mTimes.back() - before, std::chrono::milliseconds(30));
+    LetOthersRun();
+    const int waits = Simulation::Waits();
+    Queue(hour, HOUR_NS + 1);
+    LetOthersRun();
+    EXPECT_EQ(waits, Simulation::Waits());
+    Queue(hour, HOUR_NS);
+    Queue(sooner, 10);
+    LetOthersRun();
+    EXPECT_EQ(waits + 1, Simulation::Waits());  // one for both
+    Simulation::MoveWallClock(-static_cast<int64_t>(2 * HOUR_NS));  // which moves no due time
+    sooner.Wait();
+    hour.Wait();
+    LetOthersRun();
+    EXPECT_EQ((Notes{"sooner @10", "hour @3600000000000", "hour @3600000000000"}), TakeNotes());
     mQueue.Stop();
-    EXPECT_EQ(Notes{"hour dropped"}, TakeNotes());
+    EXPECT_EQ(Notes{"hour dropped @3600000000000"}, TakeNotes());
 }
 
 TEST_F(MsgQueueTest, RemovesAllMessagesOfOneHandlerButNotTheRunningOne)
@@ -170,20 +192,27 @@ TEST_F(MsgQueueTest, RemovesAllMessagesOfOneHandlerButNotTheRunningOne)
     ParkWorker();
     Recorder gone(*this, "gone");
     Recorder stays(*this, "stays");
-    Recorder last(*this, "last");
     Queue(gone, 0);
     Queue(stays, 0);
     Queue(gone, HOUR_NS);
     Queue(stays, 0);
-    Queue(last, 0);
     mQueue.RemoveMsg(&gone);
     mQueue.RemoveMsg(&mParker);
     gone.Wait();
     mRelease.Set();
-    last.Wait();
-    EXPECT_EQ((Notes{"gone dropped", "gone dropped", "stays", "stays", "last"}), TakeNotes());
+    LetOthersRun();
+    EXPECT_EQ((Notes{"gone dropped", "gone dropped", "stays", "stays"}), TakeNotes());
+    Queue(gone, HOUR_NS);
+    LetOthersRun();
+    mQueue.RemoveMsg(&gone);
+    Queue(stays, 2 * HOUR_NS);  // found by a worker that waits for what is gone
+    LetOthersRun();
+    Queue(stays, 1);
+    Simulation::Sleep(2 * HOUR_NS);
+    EXPECT_EQ((Notes{"gone dropped", "stays @1", "stays @7200000000000"}), TakeNotes());
 }
 
+// Of many due times that have passed, the worker takes several at once.
 TEST_F(MsgQueueTest, RunsManyDueTimesInOrderAndRemovesAmongThem)
 {
     ParkWorker();
@@ -191,20 +220,20 @@ TEST_F(MsgQueueTest, RunsManyDueTimesInOrderAndRemovesAmongThem)
     Recorder remover(*this, "remover", [&] { mQueue.RemoveMsg(&gone); });
     Recorder a(*this, "a");
     Recorder b(*this, "b");
-    Recorder last(*this, "last");
-    Notes expected{"remover"};
-    expected.insert(expected.end(), 40, "gone dropped");
-    Queue(remover, 1);
-    for (int i = 0; i < 40; ++i) {
-        for (Recorder* handler : {&a, &gone, &b}) {
-            Queue(*handler, 1);  // due a little later than the one before
-        }
-        expected.insert(expected.end(), {"a", "b"});
+    Notes expected{"remover @100"};
+    expected.insert(expected.end(), 40, "gone dropped @100");
+    Queue(remover, 0);
+    for (uint64_t i = 0; i < 40; ++i) {
+        Queue(b, 100 - 2 * i);  // the later ones come first
+        Queue(gone, 2 * i + 1);
+        Queue(a, 99 - 2 * i);
+        expected.insert(expected.end(), {"a @100", "b @100"});
     }
-    Queue(last, 1);
-    expected.emplace_back("last");
+    Simulation::Sleep(100);
+    Queue(mParker, 0);  // behind all that is due
+    expected.emplace_back("parker @100");
     mRelease.Set();
-    last.Wait();
+    LetOthersRun();
     EXPECT_EQ(expected, TakeNotes());
 }
 
@@ -213,19 +242,31 @@ TEST_F(MsgQueueTest, StopFinishesTheRunningMessageAndDropsThePendingInOrder)
     ParkWorker();
     Recorder a(*this, "a");
     Recorder b(*this, "b");
-    Queue(b, 2 * HOUR_NS);
+    Recorder c(*this, "c");
+    Queue(c, 2 * HOUR_NS);
+    Queue(b, HOUR_NS);
     Queue(a, HOUR_NS);
     Queue(b, 0);
     Queue(a, 0);
-    std::thread stopper([this] { mQueue.Stop(); });
-    while (mQueue.GetThreadId() != -1) {
-        std::this_thread::yield();
-    }
+    Queue(a, 0);
+    std::thread stopper([this] {
+        mQueue.Stop();
+        Note("stopped");
+    });
+    LetOthersRun();
+    EXPECT_EQ(-1, mQueue.GetThreadId());
     Note("refused " + std::to_string(mQueue.QueueMsg(&a, 0)));
+    std::thread another([this] {
+        mQueue.Stop();
+        Note("stopped");
+    });
+    LetOthersRun();
     mRelease.Set();
     stopper.join();
-    a.Wait();
-    EXPECT_EQ((Notes{"refused -38", "b dropped", "a dropped", "a dropped", "b dropped"}), TakeNotes());
+    another.join();
+    EXPECT_EQ((Notes{"refused -38", "b dropped", "a dropped", "a dropped", "b dropped", "a dropped", "c dropped",
+                     "stopped", "stopped"}),
+              TakeNotes());
 }
 
 TEST_F(MsgQueueTest, RefusesToBeStoppedByItsOwnWorker)
@@ -241,9 +282,8 @@ TEST_F(MsgQueueTest, RefusesToBeStoppedByItsOwnWorker)
     Queue(stopper, 0);
     next.Wait();
     EXPECT_EQ((Notes{"stopper", "kept running 1", "next"}), TakeNotes());
-    const LogLine refused{ANDROID_LOG_WARN, "NuThread", "Stop: Thread queue is not allowed to stop itself"};
-    const LogLines lines = log.Lines();
-    EXPECT_EQ(1, std::count(lines.begin(), lines.end(), refused));
+    EXPECT_EQ((LogLines{{ANDROID_LOG_WARN, "NuThread", "Stop: Thread queue is not allowed to stop itself"}}),
+              log.Lines());
 }
 
 TEST_F(MsgQueueTest, CanBeDestroyedByItsOwnWorker)
@@ -259,99 +299,202 @@ TEST_F(MsgQueueTest, CanBeDestroyedByItsOwnWorker)
     ASSERT_EQ(0, queue->Start("doomed", Thread::PRIORITY_MIN));
     EXPECT_EQ(0, queue->QueueMsg(&destroyer, 0));
     pending.Wait();
-    EXPECT_TRUE(workerEnded.Wait());
+    workerEnded.Wait();
     EXPECT_EQ((Notes{"destroyer", "pending dropped"}), TakeNotes());
 }
 
-// A Start that meets a Stop waits for it: neither the old worker nor a message is left behind.
-TEST_F(MsgQueueTest, StartAndStopMayMeet)
+// A Start that meets a Stop waits for it, and one from the worker that is being stopped is refused.
+TEST_F(MsgQueueTest, StartWaitsForAStopThatItMeets)
 {
-    for (int round = 0; round < 50; ++round) {
-        StartQueue();
-        Recorder restarter(*this, "restarter", [&] {
-            mParked.Set();
-            while (mQueue.GetThreadId() != -1) {
-                std::this_thread::yield();
-            }
-            EXPECT_EQ(-17, mQueue.Start("from the old worker", Thread::PRIORITY_MIN));
-        });
-        Queue(restarter, 0);
-        std::thread stopper([this] { mQueue.Stop(); });
-        std::thread another([this] { mQueue.Stop(); });
-        while (mQueue.GetThreadId() != -1) {
-            std::this_thread::yield();
-        }
+    const LogCapture log;
+    StartQueue();
+    Recorder restarter(*this, "restarter", [&] {
+        mParked.Set();
+        mRelease.Wait();
+        EXPECT_EQ(-17, mQueue.Start("from the old worker", Thread::PRIORITY_MIN));
+    });
+    Recorder pending(*this, "pending");
+    Queue(restarter, 0);
+    Queue(pending, 0);
+    mParked.Wait();
+    std::thread stopper([this] { mQueue.Stop(); });
+    LetOthersRun();
+    std::thread starter([this] {
         EXPECT_EQ(0, mQueue.Start("anew", Thread::PRIORITY_MIN));
-        stopper.join();
-        another.join();
-        mQueue.Stop();
-    }
+        Note("started");
+    });
+    LetOthersRun();
+    mRelease.Set();
+    stopper.join();
+    starter.join();
+    EXPECT_EQ((Notes{"restarter", "pending dropped", "started"}), TakeNotes());
+    Queue(pending, 0);
+    LetOthersRun();
+    EXPECT_EQ(Notes{"pending"}, TakeNotes());
+    EXPECT_EQ((LogLines{{ANDROID_LOG_INFO, TAG, "Start: MsgProcessor queue is not stop, ignored!"}}), log.Lines());
 }
 
 TEST_F(MsgQueueTest, SleepsThroughDelaysBeyondReach)
 {
+    constexpr uint64_t YEARS_200_NS = 200 * 365 * 24 * HOUR_NS;
     StartQueue();
     Recorder far(*this, "far");
-    Recorder now(*this, "now");
-    Queue(far, 1ULL << 63);
-    Queue(far, UINT64_MAX - (1ULL << 62));
-    Queue(now, 0);
-    now.Wait();
-    const auto processorTime = [] {
-        timespec time{};
-        EXPECT_EQ(0, clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time));
-        return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
-    };
-    const auto usedBefore = processorTime();
-    const auto until = Clock::now() + std::chrono::milliseconds(200);
-    std::this_thread::sleep_until(until);  // a worker that spins uses all of this
-    EXPECT_LT(processorTime() - usedBefore, std::chrono::milliseconds(100));
-    mQueue.RemoveMsg(&far);
     Recorder overflowing(*this, "overflowing");
-    Queue(overflowing, UINT64_MAX);
-    overflowing.Wait();  // due at once
-    EXPECT_EQ((Notes{"now", "far dropped", "far dropped", "overflowing"}), TakeNotes());
+    Queue(far, YEARS_200_NS);
+    Queue(overflowing, UINT64_MAX - 5);  // due at once
+    far.Wait();
+    EXPECT_EQ((Notes{"overflowing", "far @" + std::to_string(YEARS_200_NS)}), TakeNotes());
+    Queue(far, (1ULL << 63) + HOUR_NS);
+    LetOthersRun();
+    mQueue.RemoveMsg(&far);
+    EXPECT_EQ(Notes{"far dropped @" + std::to_string(YEARS_200_NS)}, TakeNotes());
+}
+
+namespace {
+
+// The messages of one producer of a random run, and what became of each: as many ends as it was accepted.
+struct Message : MsgHandlerBase {
+    void HandleMsg(int32_t&) override
+    {
+        ++ends;
+        lateness += Simulation::NowNs() - dueNs;
+        isMisordered = isMisordered || *lastDue > std::pair(dueNs, number);
+        *lastDue = std::pair(dueNs, number);
+        MsgHandlerBase::NotifyFinished();
+        if (follower != nullptr) {
+            follower->Queue(*queue, 1, 0);
+            if (number % 2 == 0) {
+                queue->RemoveMsg(follower);
+            }
+        }
+    }
+    void NotifyFinished() override
+    {
+        ++ends;
+        MsgHandlerBase::NotifyFinished();
+    }
+    bool Queue(MsgQueue& to, uint64_t delayNs, int count)
+    {
+        queue = &to;
+        number = count;
+        dueNs = Simulation::NowNs() + delayNs;
+        const bool isAccepted = to.QueueMsg(this, delayNs) == 0;
+        accepted += isAccepted ? 1 : 0;
+        return isAccepted;
+    }
+
+    MsgQueue* queue = nullptr;
+    int number = 0;
+    uint64_t dueNs = 0;
+    std::pair<uint64_t, int>* lastDue = nullptr;  // of the producer; on the worker alone
+    Message* follower = nullptr;
+    bool isMisordered = false;
+    uint64_t lateness = 0;
+    std::atomic<int> accepted{0};
+    std::atomic<int> ends{0};
+};
+
+}  // namespace
+
+TEST(MsgQueueSchedules, ConserveEachMessageAndRunItInTime)
+{
+    int ran = 0;
+    ForEachSeed(300, [&](unsigned int seed) {
+        MsgQueue queue;
+        ASSERT_EQ(0, queue.Start("queue", Thread::PRIORITY_MIN));
+        std::array<std::list<Message>, 2> messages;
+        std::array<std::pair<uint64_t, int>, 2> lastDue;
+        std::pair<uint64_t, int> lastFollower;
+        const auto produce = [&](size_t lane) {
+            std::mt19937 random(seed * 10 + static_cast<unsigned int>(lane));
+            for (int i = 0; i < 20; ++i) {
+                Message& message = messages[lane].emplace_back();
+                message.lastDue = &lastDue[lane];
+                if (random() % 4 == 0) {
+                    Message& follower = messages[lane].emplace_back();
+                    follower.lastDue = &lastFollower;
+                    message.follower = &follower;
+                }
+                constexpr std::array<uint64_t, 4> DELAYS_NS{0, 0, 5, 20};
+                if (message.Queue(queue, DELAYS_NS[random() % 4], i)) {
+                    switch (random() % 4) {
+                        case 0:
+                            queue.RemoveMsg(&message);
+                            EXPECT_NE(0, message.ends + (queue.GetThreadId() == -1 ? 0 : 1));
+                            break;
+                        case 1:
+                            message.Wait();
+                            EXPECT_EQ(1, message.ends);
+                            break;
+                        default:
+                            Simulation::Sleep(random() % 8);
+                            break;
+                    }
+                }
+            }
+        };
+        std::thread first(produce, 0);
+        std::thread second(produce, 1);
+        const auto restart = [&] {
+            for (int i = 0; i < 2; ++i) {
+                Simulation::Sleep(30);
+                queue.Stop();
+                EXPECT_EQ(0, queue.Start("queue", Thread::PRIORITY_MIN));
+            }
+        };
+        std::thread restarter;
+        if (seed % 3 == 0) {
+            restarter = std::thread(restart);
+            restart();
+            restarter.join();
+        }
+        first.join();
+        second.join();
+        if (seed % 3 == 1) {
+            Simulation::Sleep(20);
+            LetOthersRun();
+        }
+        queue.Stop();
+        for (const auto& lane : messages) {
+            for (const Message& message : lane) {
+                EXPECT_EQ(message.accepted, message.ends);
+                EXPECT_FALSE(message.isMisordered);
+                EXPECT_EQ(0U, message.lateness);
+                ran += message.ends;
+            }
+        }
+    });
+    EXPECT_GT(ran, 0);
 }
 
 TEST(MsgHandlerTest, FinishesOnceForAllWaiters)
 {
     struct Handler : MsgHandlerBase {
         void HandleMsg(int32_t&) override {}
-    } handler;
-    std::atomic<int> released{0};
-    std::vector<std::thread> waiters;
-    for (int i = 0; i < 3; ++i) {
-        waiters.emplace_back([&] {
-            handler.Wait();
-            ++released;
-        });
-    }
-    EXPECT_EQ(0, released);
-    handler.NotifyFinished();
-    for (auto& waiter : waiters) {
-        waiter.join();
-    }
-    handler.NotifyFinished();
-    handler.Wait();
-    EXPECT_EQ(3, released);
-}
-
-// Handlers in other libraries are compiled against this order of slots.
-TEST(MsgHandlerTest, KeepsTheOrderOfItsSlots)
-{
-    struct Handler : IMsgHandler {
-        void HandleMsg(int32_t&) override { called = "HandleMsg"; }
-        void Wait() override { called = "Wait"; }
-        void NotifyFinished() override { called = "NotifyFinished"; }
-        std::string called;
-    } handler;
-    using Slot = void (*)(IMsgHandler*, int32_t*);
-    Slot* slots = nullptr;
-    memcpy(&slots, static_cast<const void*>(static_cast<IMsgHandler*>(&handler)), sizeof(slots));
-    int32_t arg = 0;
-    const char* const expected[] = {"HandleMsg", "Wait", "NotifyFinished"};
-    for (size_t i = 0; i < 3; ++i) {
-        slots[2 + i](&handler, &arg);  // behind the complete and the deleting destructor
-        EXPECT_EQ(expected[i], handler.called);
-    }
+    };
+    ForEachSeed(20, [](unsigned int) {
+        auto handler = std::make_unique<Handler>();
+        std::atomic<int> released{0};
+        std::vector<std::thread> waiters;
+        for (int i = 0; i < 3; ++i) {
+            waiters.emplace_back([&] {
+                handler->Wait();
+                ++released;
+            });
+        }
+        LetOthersRun();
+        EXPECT_EQ(0, released);
+        handler->NotifyFinished();
+        for (auto& waiter : waiters) {
+            waiter.join();
+        }
+        handler->Wait();
+        EXPECT_EQ(3, released);
+        // Whom it releases may destroy it at once.
+        handler = std::make_unique<Handler>();
+        std::thread notifier([shared = handler.get()] { shared->NotifyFinished(); });
+        handler->Wait();
+        handler.reset();
+        notifier.join();
+    });
 }
