@@ -15,7 +15,6 @@
 #include <fcntl.h>
 #include <functional>
 #include <gtest/gtest.h>
-#include <memcpy_s.h>
 #include <new>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -73,11 +72,6 @@ void* operator new(size_t size, const std::nothrow_t& /*tag*/) noexcept
     }
 }
 
-void* operator new[](size_t size)
-{
-    return operator new(size);
-}
-
 __attribute__((noinline)) void operator delete(void* block) noexcept
 {
     liveAllocations -= block != nullptr ? 1 : 0;
@@ -85,16 +79,6 @@ __attribute__((noinline)) void operator delete(void* block) noexcept
 }
 
 void operator delete(void* block, size_t /*size*/) noexcept
-{
-    operator delete(block);
-}
-
-void operator delete[](void* block) noexcept
-{
-    operator delete(block);
-}
-
-void operator delete[](void* block, size_t /*size*/) noexcept
 {
     operator delete(block);
 }
@@ -111,9 +95,10 @@ struct Handler : osal::MsgHandlerBase {
     void HandleMsg(int32_t&) override { NotifyFinished(); }
 };
 
-LogLine Line(const char* tag, const char* text, int prio = ANDROID_LOG_ERROR)
+// A null tag is none.
+LogLine Error(const char* tag, const std::string& text)
 {
-    return {prio, tag, text};
+    return {ANDROID_LOG_ERROR, tag != nullptr ? std::optional<std::string>(tag) : std::nullopt, text};
 }
 
 }  // namespace
@@ -122,102 +107,80 @@ TEST(Faults, OfEachSystemCallAreReportedAndLeaveNothingBehind)
 {
     const int region = osal::MemfdCreateRegion("n", 4096);
     ASSERT_GE(region, 1);
+    const std::string fd = std::to_string(region);
     const Simulation simulation;
     BriefThread thread;
     osal::MsgQueue queue;
     Handler handler;
-    int workerId = 0;
-    const auto create = [] { EXPECT_EQ(-1, osal::MemfdCreateRegion("n", 4096)); };
-    const auto seal = [=] { EXPECT_EQ(-1, osal::MemfdSetProtRegion(region, PROT_READ)); };
-    const auto sealFailed = Line("Memoryfd", "MemfdSetProtRegion($, 1): F_SEAL_FUTURE_WRITE seal failed: @.");
-    const auto refused = Line("NuThread", "Start: Create thread t failed!");
-    const struct {
-        const char* call;
-        int error;
-        std::function<void()> run;  // with the call failing
-        LogLines lines;  // "@" stands for the error number, "$" for the region, "%" for the worker
-    } cases[] = {
-        {"memfd_create", EMFILE, create, {Line("Memoryfd", "MemfdCreateRegion(n, 4096) failed: @.")}},
-        {"ftruncate", ENOSPC, create, {Line("Memoryfd", "ftruncate(n, 4096) failed for memfd creation: @.")}},
-        {"fcntl add", EPERM, seal, {sealFailed}},
-        {"fcntl add", EINVAL, seal, {sealFailed, Line("Memoryfd", "The kernel does not support this function.")}},
-        {"fcntl get",
-         EINVAL,
-         [=] { EXPECT_FALSE(osal::MemfdIsValid(region)); },
-         {Line("Memoryfd", "Invalid memfd: $")}},
-        {"fcntl dup",
-         EMFILE,
-         [&] {
-             const int kept = dup(0);
-             close(0);
-             create();
-             EXPECT_EQ(0, dup2(kept, 0));
-             close(kept);
-         },
-         {Line("Memoryfd", "MemfdCreateRegion(n, 4096) failed: @.")}},
-        {"fstat",
-         EOVERFLOW,
-         [=] { EXPECT_EQ(-1, osal::MemfdGetRegionSize(region)); },
-         {Line("Memoryfd", "MemfdGetRegionSize($): fstat failed: @.")}},
-        {"clock_gettime",
-         EPERM,
-         [] {
-             EXPECT_EQ(-1, osal::GetTimeUs());
-             EXPECT_EQ(-1, osal::GetTimeUsBoot());
-             EXPECT_EQ(-1, osal::GetTimeUsBootWithSuspend());
-         },
-         {{ANDROID_LOG_ERROR, std::nullopt, "GetTimeByClockType failed! clockType: 0"},
-          {ANDROID_LOG_ERROR, std::nullopt, "GetTimeByClockType failed! clockType: 1"},
-          {ANDROID_LOG_ERROR, std::nullopt, "GetTimeByClockType failed! clockType: 7"}}},
-        {"pthread_getschedparam",
-         ESRCH,
-         [] { EXPECT_EQ(ESRCH, osal::SetThreadPriority(osal::GetThreadId(), 1)); },
-         {Line("NuThread", "SetThreadPriority: pthread_getschedparam failed: @, No such process")}},
-        {"pthread_setschedparam",
-         EPERM,
-         [&] {
-             EXPECT_EQ(0, thread.Start("t", osal::Thread::PRIORITY_MIN));
-             LetOthersRun();
-             workerId = thread.GetId();
-             thread.Stop();
-         },
-         {Line("NuThread", "SetThreadPriority: pthread_setschedparam failed: @, Operation not permitted"),
-          Line("NuThread", "t, SetThreadPriority ret:@, mId:%", ANDROID_LOG_WARN)}},
-        {"pthread_create",
-         EAGAIN,
-         [&] {
-             EXPECT_EQ(-12, thread.Start("t", osal::Thread::PRIORITY_MIN));
-             EXPECT_EQ(-1, thread.GetId());
-             thread.Stop();
-             EXPECT_EQ(-12, queue.Start("t", osal::Thread::PRIORITY_MIN));
-             EXPECT_EQ(-1, queue.GetThreadId());
-             EXPECT_EQ(-38, queue.QueueMsg(&handler, 0));
-         },
-         {refused, refused, Line("MsgQueue", "QueueMsg: QueueMsg thread not start!")}},
-    };
-    for (const auto& fault : cases) {
-        SCOPED_TRACE(std::string(fault.call) + ": " + strerror(fault.error));
+    // "@" stands for the error number in the texts.
+    const auto expect = [](const char* tag, const char* call, int error, const std::vector<std::string>& texts,
+                           const std::function<void()>& run) {
+        SCOPED_TRACE(std::string(call) + ": " + strerror(error));
         const size_t descriptors = OpenDescriptors();
         const LogCapture log;
-        FailCall(fault.call, fault.error);
-        fault.run();
+        FailCall(call, error);
+        run();
         FailCall(nullptr);
-        LogLines expected = fault.lines;
-        for (LogLine& line : expected) {
-            for (const auto& [mark, number] :
-                 {std::pair('@', fault.error), std::pair('$', region), std::pair('%', workerId)}) {
-                if (const size_t at = line.text.find(mark); at != std::string::npos) {
-                    line.text.replace(at, 1, std::to_string(number));
-                }
+        LogLines expected;
+        for (std::string text : texts) {
+            if (const size_t at = text.find('@'); at != std::string::npos) {
+                text.replace(at, 1, std::to_string(error));
             }
+            expected.push_back(Error(tag, text));
         }
-        EXPECT_EQ(expected, log.Lines());
+        EXPECT_EQ(expected, log.Lines(tag));
         EXPECT_EQ(descriptors, OpenDescriptors());
-    }
-    // What failed works afterwards.
+    };
+    const auto create = [] { EXPECT_EQ(-1, osal::MemfdCreateRegion("n", 4096)); };
+    const auto seal = [=] { EXPECT_EQ(-1, osal::MemfdSetProtRegion(region, PROT_READ)); };
+    const std::string sealFailed = "MemfdSetProtRegion(" + fd + ", 1): F_SEAL_FUTURE_WRITE seal failed: @.";
+    const std::string createFailed = "MemfdCreateRegion(n, 4096) failed: @.";
+    const char* const tag = "Memoryfd";
+    expect(tag, "memfd_create", EMFILE, {createFailed}, create);
+    expect(tag, "ftruncate", ENOSPC, {"ftruncate(n, 4096) failed for memfd creation: @."}, create);
+    expect(tag, "fcntl add", EPERM, {sealFailed}, seal);
+    expect(tag, "fcntl add", EINVAL, {sealFailed, "The kernel does not support this function."}, seal);
+    expect(tag, "fcntl get", EINVAL, {"Invalid memfd: " + fd}, [=] { EXPECT_FALSE(osal::MemfdIsValid(region)); });
+    expect(tag, "fstat", EOVERFLOW, {"MemfdGetRegionSize(" + fd + "): fstat failed: @."},
+           [=] { EXPECT_EQ(-1, osal::MemfdGetRegionSize(region)); });
+    const int kept = dup(0);
+    close(0);
+    expect(tag, "fcntl dup", EMFILE, {createFailed}, create);
+    EXPECT_EQ(0, dup2(kept, 0));
+    close(kept);
+    const std::string clockFailed = "GetTimeByClockType failed! clockType: ";
+    expect(nullptr, "clock_gettime", EPERM, {clockFailed + "0", clockFailed + "1", clockFailed + "7"}, [] {
+        EXPECT_EQ(-1, osal::GetTimeUs());
+        EXPECT_EQ(-1, osal::GetTimeUsBoot());
+        EXPECT_EQ(-1, osal::GetTimeUsBootWithSuspend());
+    });
+    const auto prioritise = [] { EXPECT_NE(0, osal::SetThreadPriority(osal::GetThreadId(), 1)); };
+    const std::string failed = "SetThreadPriority: pthread_";
+    expect("NuThread", "pthread_getschedparam", ESRCH, {failed + "getschedparam failed: @, No such process"},
+           prioritise);
+    expect("NuThread", "pthread_setschedparam", EPERM,
+           {failed + "setschedparam failed: @, Operation not permitted"}, prioritise);
+    const std::string refused = "Start: Create thread t failed!";
+    expect("NuThread", "pthread_create", EAGAIN, {refused, refused}, [&] {
+        EXPECT_EQ(-12, thread.Start("t", osal::Thread::PRIORITY_MIN));
+        EXPECT_EQ(-1, thread.GetId());
+        thread.Stop();
+        EXPECT_EQ(-12, queue.Start("t", osal::Thread::PRIORITY_MIN));
+        EXPECT_EQ(-1, queue.GetThreadId());
+        EXPECT_EQ(-38, queue.QueueMsg(&handler, 0));
+    });
+    // What failed works afterwards, and a worker runs with the scheduling that it has.
     EXPECT_EQ(0, osal::MemfdSetProtRegion(region, PROT_READ));
     close(region);
+    const LogCapture log;
+    FailCall("pthread_setschedparam", EPERM);
     EXPECT_EQ(0, thread.Start("t", osal::Thread::PRIORITY_MIN));
+    Simulation::LetOthersRun();
+    FailCall(nullptr);
+    EXPECT_EQ((LogLines{Error("NuThread", failed + "setschedparam failed: 1, Operation not permitted"),
+                        {ANDROID_LOG_WARN, "NuThread",
+                         "t, SetThreadPriority ret:1, mId:" + std::to_string(thread.GetId())}}),
+              log.Lines());
     EXPECT_EQ(0, queue.Start("t", osal::Thread::PRIORITY_MIN));
     EXPECT_EQ(0, queue.QueueMsg(&handler, 0));
     handler.Wait();
@@ -247,11 +210,12 @@ size_t ExpectWhole(const osal::MediaMeta& meta)
 {
     size_t count = 0;
     for (auto it = meta.Begin(); it != meta.End(); ++it, ++count) {
-        const auto& item = it.Value();
-        EXPECT_TRUE(item && item->mType != osal::META_TYPE_NONE);
-        EXPECT_TRUE(item->mType != osal::META_TYPE_STRING || strlen(item->mValue.stringValue) > 0);
-        const auto& block = item->mValue.byteBufferValue;  // a parcel brings none
-        EXPECT_TRUE(item->mType != osal::META_TYPE_BYTE_BUFFER || block.size == 0 || block.data[2] == 3);
+        const auto& value = it.Value()->mValue;
+        const osal::MetaType type = it.Value()->mType;
+        EXPECT_NE(osal::META_TYPE_NONE, type);
+        EXPECT_TRUE(type != osal::META_TYPE_STRING || strlen(value.stringValue) > 0);
+        EXPECT_TRUE(type != osal::META_TYPE_BYTE_BUFFER || value.byteBufferValue.size == 0 ||  // from a parcel
+                    value.byteBufferValue.data[2] == 3);
     }
     return count;
 }
@@ -362,7 +326,7 @@ TEST(Faults, OfEachAllocationLoseNothing)
 
 TEST(Faults, OfCopiedTextsAreToldByEachOperation)
 {
-    const LogLine noText = Line("MediaMeta", "fail to alloc mem for str");
+    const LogLine noText = Error("MediaMeta", "fail to alloc mem for str");
     auto source = osal::MediaMeta::Create();
     source->SetString("before", "short");
     source->SetString("long", LONG_TEXT.c_str());
@@ -384,10 +348,10 @@ TEST(Faults, OfCopiedTextsAreToldByEachOperation)
     EXPECT_EQ((LogLines{noText, noText}), log.Lines());
     log = LogCapture();
     EXPECT_EQ(nullptr, source->Copy());
-    EXPECT_EQ((LogLines{noText, Line("MediaMeta", "Copy: copy long failed")}), log.Lines());
+    EXPECT_EQ((LogLines{noText, Error("MediaMeta", "Copy: copy long failed")}), log.Lines());
     log = LogCapture();
     EXPECT_FALSE(target->Merge(source));
-    EXPECT_EQ((LogLines{noText, Line("MediaMeta", "Merge: Merge long failed")}), log.Lines());
+    EXPECT_EQ((LogLines{noText, Error("MediaMeta", "Merge: Merge long failed")}), log.Lines());
     EXPECT_TRUE(target->ContainsKey("before") && !target->ContainsKey("older"));
     expectKept();
     log = LogCapture();
@@ -398,12 +362,20 @@ TEST(Faults, OfCopiedTextsAreToldByEachOperation)
     smallestFailure = 0;
 }
 
-TEST(Faults, DoNotComeFromSlotsAndRefusalsWhichAllocateNothing)
+TEST(Faults, OfABlockTooLargeToCopyLeaveNoHalfEntry)
 {
-    const Simulation simulation;
     osal::MediaMeta meta;
-    osal::MsgQueue queue;
-    Handler handler;
+    try {
+        EXPECT_FALSE(meta.SetByteBuffer("b", gBytes, SIZE_MAX));
+    } catch (const std::bad_alloc&) {
+        EXPECT_FALSE(meta.ContainsKey("b"));
+    }
+}
+
+// What runs often.
+TEST(Allocations, AreNotMadeForSlotsAndExistingKeys)
+{
+    osal::MediaMeta meta;
     for (const char* key : {"b", "a"}) {
         meta.SetInt32(key, 1);
         meta.Begin();

@@ -12,6 +12,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <regex>
 #include <sstream>
 #include <stdexcept>
 
@@ -52,14 +53,7 @@ std::string Show(const Image& image)
 {
     return image ? Show(*image) : "nothing";
 }
-std::string Show(const char* text)
-{
-    return text != nullptr ? Show(std::string(text)) : "null";
-}
-std::string Show(bool value)
-{
-    return value ? "true" : "false";
-}
+
 template <typename T>
 std::string Show(T number)
 {
@@ -284,11 +278,8 @@ public:
     bool Set(ModelMeta& meta, const char* key, int32_t type, const Image& image)
     {
         if (type == META_TYPE_BYTE_BUFFER && (key == nullptr || !image || image->empty())) {
-            Error(Format("name %s, data %s, size 0", key != nullptr ? "ADDRESS" : "(nil)",
-                         image ? "ADDRESS" : "(nil)"));
-            if (key == nullptr && image) {
-                log.back().text = Format("name (nil), data ADDRESS, size %zu", image->size());
-            }
+            Error(Format("name %s, data %s, size %zu", key != nullptr ? "ADDRESS" : "(nil)",
+                         image ? "ADDRESS" : "(nil)", image ? image->size() : 0));
             return false;
         }
         if (key == nullptr || !image ||
@@ -471,6 +462,39 @@ private:
     }
 };
 
+// --- What a parcel carries
+
+struct Fixed {
+    const char* name;
+    size_t sizeBytes;
+    std::function<int32_t(MediaParam&, const std::string& image)> write;
+    // Into a place, or as the result: then it answers 0.
+    std::function<int32_t(const MediaParam&, std::string& image, bool isPlace)> read;
+};
+
+template <typename T, typename Written>
+Fixed FixedOf(const char* name, int32_t (MediaParam::*write)(Written), T (MediaParam::*read)() const,
+              int32_t (MediaParam::*readTo)(T*) const)
+{
+    return {name, sizeof(T),
+            [=](MediaParam& parcel, const std::string& image) { return (parcel.*write)(ValueOf<T>(image)); },
+            [=](const MediaParam& parcel, std::string& image, bool isPlace) {
+                T value = ValueOf<T>(image);
+                const int32_t result = isPlace ? (parcel.*readTo)(&value) : 0;
+                image = ImageOf(isPlace ? value : (parcel.*read)());
+                return result + (isPlace && (parcel.*readTo)(nullptr) != ERR_NO_MORE ? 100 : 0);
+            }};
+}
+
+using Param = MediaParam;
+
+const std::array<Fixed, 5> FIXED{
+    FixedOf<int32_t>("int32", &Param::WriteInt32, &Param::ReadInt32, &Param::ReadInt32),
+    FixedOf<int64_t>("int64", &Param::WriteInt64, &Param::ReadInt64, &Param::ReadInt64),
+    FixedOf<float>("float", &Param::WriteFloat, &Param::ReadFloat, &Param::ReadFloat),
+    FixedOf<double>("double", &Param::WriteDouble, &Param::ReadDouble, &Param::ReadDouble),
+    FixedOf<uint8_t*>("pointer", &Param::WriteRawPointer, &Param::ReadRawPointer, &Param::ReadRawPointer)};
+
 // --- The run of both
 
 class Choices {
@@ -512,20 +536,12 @@ std::string RandomImage(const Type& type, Choices& choices)
     }
 }
 
-// The lines of the library, as far as the model can know them.
-LogLines KnownLines(const LogCapture& log)
+// The model cannot know where the library puts a block.
+LogLines WithoutAddresses(LogLines lines)
 {
-    LogLines lines = log.Lines();
+    static const std::regex address("(name |data |bytebuffer\\()0x[0-9a-f]+");
     for (LogLine& line : lines) {
-        const bool isDump = line.text.find(", bytebuffer(0x") != std::string::npos;
-        for (const std::string before : {"name 0x", "data 0x", "bytebuffer(0x"}) {
-            const size_t begin = line.text.find(before);
-            if (begin != std::string::npos && (isDump || line.text.compare(0, 5, "name ") == 0)) {
-                const size_t address = begin + before.size() - 2;
-                line.text.replace(address, line.text.find_first_not_of("0123456789abcdefx", address) - address,
-                                  "ADDRESS");
-            }
-        }
+        line.text = std::regex_replace(line.text, address, "$1ADDRESS");
     }
     return lines;
 }
@@ -540,15 +556,15 @@ public:
         const LogCapture log;
         mModel.log.clear();
         Operate(choices);
-        const LogLines lines = KnownLines(log);
-        if (lines != mModel.log) {
+        const LogLines expected = WithoutAddresses(mModel.log);
+        const LogLines actual = WithoutAddresses(log.Lines());
+        if (expected != actual) {
             std::ostringstream text;
             text << "the log differs; expected | actual:";
-            for (size_t i = 0; i < std::max(lines.size(), mModel.log.size()); ++i) {
-                text << "\n  ";
-                i < mModel.log.size() ? text << mModel.log[i] : text << "nothing";
-                text << " | ";
-                i < lines.size() ? text << lines[i] : text << "nothing";
+            const LogLine none{0, "", "nothing"};
+            for (size_t i = 0; i < std::max(expected.size(), actual.size()); ++i) {
+                text << "\n  " << (i < expected.size() ? expected[i] : none) << " | "
+                     << (i < actual.size() ? actual[i] : none);
             }
             throw std::runtime_error(text.str());
         }
@@ -569,7 +585,7 @@ private:
         }
     }
 
-    void Say(const std::string& what) { steps += "  " + what + "\n"; }
+    void Say(const std::string& what) { steps += (what[0] == ' ' ? "" : "  ") + what + "\n"; }
 
     static void Compare(const MediaMeta& meta, const ModelMeta& model)
     {
@@ -596,87 +612,72 @@ private:
         const size_t other = choices.Below(2);
         MediaMeta& meta = *mMetas[one];
         ModelMeta& model = mModelMetas[one];
-        MediaParam& parcel = mParcels[one];
         ModelParcel& modelParcel = mModelParcels[one];
-        const std::string name = "container " + std::to_string(one);
-        const std::string otherName = std::to_string(other);
         const char* const key = KEYS[choices.Below(KEYS.size())];
         const Type& type = TYPES[choices.Below(TYPES.size())];
         const bool apart = choices.Below(2) == 1;
-        const std::string typeAndKey = std::string(type.name) + (apart ? " (apart) " : " ") + Show(key);
-        switch (choices.Below(14)) {
-            case 0:
-            case 1:
-            case 2: {
-                Image image = RandomImage(type, choices);
-                Say(name + ": set " + typeAndKey + " = " + Show(image));
-                const bool result = type.set(meta, key, *image, apart);
-                if (IsNullText(type.type, *image, apart)) {
-                    image.reset();
-                }
-                Expect("result", mModel.Set(model, key, type.type, image), result);
-                break;
+        const size_t operation = choices.Below(14);
+        const std::string typeAndKey = std::string(type.name) + (apart ? " (apart) " : " ") +
+                                       Show(key != nullptr ? Image(key) : std::nullopt);
+        const std::string fromOther = key != nullptr ? Show(other) : "null";
+        if (operation <= 10) {
+            steps += "  container " + Show(one) + ":";
+        }
+        if (operation <= 2) {
+            Image image = RandomImage(type, choices);
+            Say(" set " + typeAndKey + " = " + Show(image));
+            const bool result = type.set(meta, key, *image, apart);
+            if (IsNullText(type.type, *image, apart)) {
+                image.reset();
             }
-            case 3:
-            case 4: {
-                Say(name + ": get " + typeAndKey);
-                const auto entry = key != nullptr ? model.find(key) : model.end();
-                const bool isFound = entry != model.end() && entry->second->type == type.type;
-                Image image;
-                Expect("result", isFound, type.get(meta, key, image, apart));
-                Expect("output", isFound ? entry->second->image : Untouched(type), image);
-                Expect("ContainsKey()", entry != model.end(), meta.ContainsKey(key));
-                break;
+            Expect("result", mModel.Set(model, key, type.type, image), result);
+        } else if (operation <= 4) {
+            Say(" get " + typeAndKey);
+            const auto entry = key != nullptr ? model.find(key) : model.end();
+            const bool isFound = entry != model.end() && entry->second->type == type.type;
+            Image image;
+            Expect("result", isFound, type.get(meta, key, image, apart));
+            Expect("output", isFound ? entry->second->image : Untouched(type), image);
+            Expect("ContainsKey()", entry != model.end(), meta.ContainsKey(key));
+        } else if (operation == 5) {
+            Say(" copy to " + Show(other));
+            auto modelCopy = mModel.Copy(model);
+            auto copy = meta.Copy();
+            Expect("result", modelCopy.has_value(), copy != nullptr);
+            if (copy) {
+                mMetas[other] = copy;
+                mModelMetas[other] = std::move(*modelCopy);
             }
-            case 5: {
-                Say(name + ": copy to " + otherName);
-                auto modelCopy = mModel.Copy(model);
-                auto copy = meta.Copy();
-                Expect("result", modelCopy.has_value(), copy != nullptr);
-                if (copy) {
-                    mMetas[other] = copy;
-                    mModelMetas[other] = std::move(*modelCopy);
-                }
-                break;
-            }
-            case 6:
-                Say(name + ": merge " + (key != nullptr ? otherName : "null"));
-                Expect("result", key != nullptr && mModel.Merge(model, mModelMetas[other]),
-                       meta.Merge(key != nullptr ? mMetas[other] : nullptr));
-                break;
-            case 7:
-                if (choices.Below(4) == 0) {
-                    Say(name + ": destroy");
-                    meta.Destroy();
-                    model.clear();
-                }
-                break;
-            case 8:
-                Say(name + ": write to parcel " + (key != nullptr ? std::to_string(one) : "null"));
-                Expect("result", key != nullptr && mModel.WriteMeta(model, modelParcel),
-                       meta.WriteToMediaParam(key != nullptr ? &parcel : nullptr));
-                break;
-            case 9:
-                if (key == nullptr || PeekCount(modelParcel) < 100) {  // a count is taken at its word
-                    Say(name + ": read from parcel " + (key != nullptr ? std::to_string(one) : "null"));
-                    Expect("result", key != nullptr && mModel.ReadMeta(model, modelParcel),
-                           meta.ReadFromMediaParam(key != nullptr ? &parcel : nullptr));
-                }
-                break;
-            case 10:
-                Say(name + ": dump");
+        } else if (operation == 6) {
+            Say(" merge " + fromOther);
+            Expect("result", key != nullptr && mModel.Merge(model, mModelMetas[other]),
+                   meta.Merge(key != nullptr ? mMetas[other] : nullptr));
+        } else if (operation == 7) {
+            const bool isDestroyed = choices.Below(4) == 0;
+            Say(isDestroyed ? " destroy" : " dump");
+            if (isDestroyed) {
+                meta.Destroy();
+                model.clear();
+            } else {
                 meta.Dump();
                 mModel.Dump(model);
-                break;
-            case 11:
-                WriteParcel(choices, parcel, modelParcel);
-                break;
-            case 12:
-                ReadParcel(choices, parcel, modelParcel, apart);
-                break;
-            default:
-                CopyParcel(choices, one, other);
-                break;
+            }
+        } else if (operation == 8) {
+            Say(" write to parcel " + fromOther);
+            Expect("result", key != nullptr && mModel.WriteMeta(model, mModelParcels[other]),
+                   meta.WriteToMediaParam(key != nullptr ? &mParcels[other] : nullptr));
+        } else if (operation <= 10) {
+            Say(" read from parcel " + fromOther);
+            if (key == nullptr || PeekCount(mModelParcels[other]) < 100) {  // a count is taken at its word
+                Expect("result", key != nullptr && mModel.ReadMeta(model, mModelParcels[other]),
+                       meta.ReadFromMediaParam(key != nullptr ? &mParcels[other] : nullptr));
+            }
+        } else if (operation == 11) {
+            WriteParcel(choices, mParcels[one], modelParcel);
+        } else if (operation == 12) {
+            ReadParcel(choices, mParcels[one], modelParcel, apart);
+        } else {
+            CopyParcel(choices, one, other);
         }
     }
 
@@ -686,139 +687,81 @@ private:
                                                         : ValueOf<int32_t>(parcel.fixed.substr(parcel.readPos, 4));
     }
 
-    template <typename T>
-    void Write(const char* name, ModelParcel& model, MediaParam& parcel, int32_t (MediaParam::*write)(T), T value)
-    {
-        Say(name);
-        Expect("result", mModel.WriteFixed(model, ImageOf(value)), (parcel.*write)(value));
-    }
-
     void WriteParcel(Choices& choices, MediaParam& parcel, ModelParcel& model)
     {
-        switch (choices.Below(8)) {
-            case 0: {  // what reads as a count or a type, right or wrong
-                constexpr std::array<int32_t, 8> numbers{0, 1, 3, 12, 13, 17, -1, INT32_MIN};
-                Write("WriteInt32", model, parcel, &MediaParam::WriteInt32,
-                      numbers[choices.Below(numbers.size())]);
-                break;
+        constexpr std::array<int32_t, 8> numbers{0, 1, 3, 12, 13, 17, -1, INT32_MIN};
+        const size_t kind = choices.Below(FIXED.size() + 3);
+        if (kind < FIXED.size()) {
+            const Fixed& fixed = FIXED[kind];
+            // As an int32, what reads as a count or a type, right or wrong.
+            const std::string image = kind == 0 ? ImageOf(numbers[choices.Below(numbers.size())])
+                                                : choices.Bytes(fixed.sizeBytes - 1) + "@";
+            const size_t times = choices.Below(16) == 0 ? 2000 : 1;  // up to its limit
+            Say(std::string("write ") + fixed.name + " " + Show(image) + " times " + Show(times));
+            for (size_t i = 0; i < times; ++i) {
+                Expect("result", mModel.WriteFixed(model, image), fixed.write(parcel, image));
             }
-            case 1:
-                Write("WriteInt64", model, parcel, &MediaParam::WriteInt64, ValueOf<int64_t>(choices.Bytes(8)));
-                break;
-            case 2:
-                Write("WriteFloat", model, parcel, &MediaParam::WriteFloat, 1.5F);
-                break;
-            case 3:
-                Write("WriteDouble", model, parcel, &MediaParam::WriteDouble, 0.1);
-                break;
-            case 4:
-                Write("WriteRawPointer", model, parcel, &MediaParam::WriteRawPointer,
-                      ValueOf<const uint8_t*>(choices.Bytes(8)));
-                break;
-            case 5: {
-                const std::string text = choices.Bytes(choices.Below(24)).c_str();
-                Say("WriteString " + Show(text));
-                model.strings.push_back(text);
-                Expect("result", 0, parcel.WriteString(text.c_str()));
-                Expect("result for null", -1, parcel.WriteString(nullptr));
-                break;
-            }
-            case 6: {
-                const std::string object = std::to_string(choices.Below(OBJECTS.size()));
-                Say("WritePointer");
-                model.refs.push_back(object);
-                Expect("result", 0, parcel.WritePointer(ObjectOf(object)));
-                break;
-            }
-            default:  // up to its limit
-                for (size_t i = choices.Below(256) * 20; i > 0; --i) {
-                    Expect("WriteInt64", mModel.WriteFixed(model, ImageOf(int64_t{0})), parcel.WriteInt64(0));
-                }
-                Say("WriteInt64, often");
-                break;
+        } else if (kind == FIXED.size()) {
+            const std::string text = choices.Bytes(choices.Below(24)).c_str();
+            Say("write string " + Show(text));
+            model.strings.push_back(text);
+            Expect("result", 0, parcel.WriteString(text.c_str()));
+            Expect("result for null", -1, parcel.WriteString(nullptr));
+        } else {
+            const std::string object = std::to_string(choices.Below(OBJECTS.size()));
+            Say("write object " + object);
+            model.refs.push_back(object);
+            Expect("result", 0, parcel.WritePointer(ObjectOf(object)));
         }
     }
 
-    template <typename T>
-    void Read(const char* name, ModelParcel& model, const MediaParam& parcel, T (MediaParam::*read)() const,
-              int32_t (MediaParam::*readTo)(T*) const, bool apart)
+    void ReadParcel(Choices& choices, const MediaParam& parcel, ModelParcel& model, bool isPlace)
     {
-        Say(std::string(name) + (apart ? "(out)" : ""));
-        if (!apart) {
-            Expect("result", ImageOf(mModel.Read<T>(model)), ImageOf((parcel.*read)()));
-            return;
-        }
-        T out = ValueOf<T>(UNTOUCHED);
-        Expect("result for null", ERR_NO_MORE, (parcel.*readTo)(nullptr));
-        const Image expected = mModel.ReadFixed(model, sizeof(out));
-        Expect("result", expected ? 0 : ERR_NO_MORE, (parcel.*readTo)(&out));
-        Expect("output", expected.value_or(ImageOf(ValueOf<T>(UNTOUCHED))), ImageOf(out));
-    }
-
-    void ReadParcel(Choices& choices, MediaParam& parcel, ModelParcel& model, bool apart)
-    {
-        switch (choices.Below(7)) {
-            case 0:
-                Read("ReadInt32", model, parcel, &MediaParam::ReadInt32, &MediaParam::ReadInt32, apart);
-                break;
-            case 1:
-                Read("ReadInt64", model, parcel, &MediaParam::ReadInt64, &MediaParam::ReadInt64, apart);
-                break;
-            case 2:
-                Read("ReadFloat", model, parcel, &MediaParam::ReadFloat, &MediaParam::ReadFloat, apart);
-                break;
-            case 3:
-                Read("ReadDouble", model, parcel, &MediaParam::ReadDouble, &MediaParam::ReadDouble, apart);
-                break;
-            case 4:
-                Read("ReadRawPointer", model, parcel, &MediaParam::ReadRawPointer, &MediaParam::ReadRawPointer,
-                     apart);
-                break;
-            case 5: {
-                Say("ReadString");
-                const char* text = parcel.ReadString();
-                Expect("result", ReadNext(model.strings, model.stringIndex),
-                       text != nullptr ? Image(text) : std::nullopt);
-                break;
-            }
-            default:
-                Say("ReadPointer");
-                Expect("result", ReadNext(model.refs, model.refIndex).value_or("0"),
-                       ImageOf(parcel.ReadPointer()));
-                break;
+        const size_t kind = choices.Below(FIXED.size() + 2);
+        if (kind < FIXED.size()) {
+            const Fixed& fixed = FIXED[kind];
+            Say(std::string("read ") + fixed.name + (isPlace ? " into a place" : ""));
+            const Image expected = mModel.ReadFixed(model, fixed.sizeBytes);
+            std::string image = std::string(UNTOUCHED).substr(0, fixed.sizeBytes);
+            const std::string otherwise = isPlace ? image : std::string(fixed.sizeBytes, '\0');
+            Expect("result", expected || !isPlace ? 0 : ERR_NO_MORE, fixed.read(parcel, image, isPlace));
+            Expect("output", expected.value_or(otherwise), image);
+        } else if (kind == FIXED.size()) {
+            Say("read string");
+            const char* text = parcel.ReadString();
+            Expect("result", ReadNext(model.strings, model.stringIndex),
+                   text != nullptr ? Image(text) : std::nullopt);
+        } else {
+            Say("read object");
+            Expect("result", ReadNext(model.refs, model.refIndex).value_or("0"), ImageOf(parcel.ReadPointer()));
         }
     }
 
     void CopyParcel(Choices& choices, size_t one, size_t other)
     {
-        MediaParam& parcel = mParcels[one];
-        ModelParcel& model = mModelParcels[one];
-        switch (choices.Below(6)) {
-            case 0:
-                Say("a new parcel");
-                parcel = MediaParam();
-                model = ModelParcel();
-                break;
-            case 1:
-                Say("a parcel without a store");
-                parcel = MediaParam(nullptr);
-                mModel.Error("Copy: Target pointer can not be nullptr", "MediaParam");
-                model = ModelParcel();
-                model.capacity = 0;
-                mModel.Error("Copy:Copy failed, invalid size: 0.", "MediaParam");
-                break;
-            case 2:
-                Say("copy null over the parcel");
-                parcel.Copy(nullptr);
-                mModel.Error("Copy: Target pointer can not be nullptr", "MediaParam");
-                break;
-            default:
-                Say("copy parcel " + std::to_string(other) + " to " + std::to_string(one));
-                parcel.Copy(&mParcels[other]);
-                if (one != other) {
-                    mModel.CopyParcel(model, mModelParcels[other]);
-                }
-                break;
+        const size_t from = choices.Below(5);
+        Say("copy over parcel " + Show(one) + ": " +
+            (from == 0   ? "a new one"
+             : from == 1 ? "null"
+             : from == 2 ? "one without a store"
+                         : "parcel " + Show(other)));
+        if (from == 0) {
+            mParcels[one] = MediaParam();
+            mModelParcels[one] = ModelParcel();
+        } else if (from == 1) {
+            mParcels[one].Copy(nullptr);
+            mModel.Error("Copy: Target pointer can not be nullptr", "MediaParam");
+        } else if (from == 2) {
+            mModel.Error("Copy: Target pointer can not be nullptr", "MediaParam");
+            ModelParcel storeless;
+            storeless.capacity = 0;
+            mModel.CopyParcel(mModelParcels[one], storeless);
+            mParcels[one] = MediaParam(nullptr);
+        } else {
+            mParcels[one].Copy(&mParcels[other]);
+            if (one != other) {
+                mModel.CopyParcel(mModelParcels[one], mModelParcels[other]);
+            }
         }
     }
 

@@ -14,7 +14,6 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <linux/futex.h>
-#include <sched.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -55,7 +54,7 @@ constexpr uint64_t START_NS = 1'000'000'000'000'000;
 constexpr uint64_t NEVER = UINT64_MAX;
 
 struct SimulatedThread {
-    enum { FREE, CREATED, RUNNABLE, YIELDING, AT_LOCK, AT_CONDITION, AT_JOIN, ENDED } state;
+    enum State { FREE, RUNNABLE, YIELDING, AT_LOCK, AT_CONDITION, AT_JOIN, ENDED } state;
     const void* object;  // the lock, condition or thread that is waited for
     uint64_t deadlineNs;
     bool isTimedOut;
@@ -87,11 +86,6 @@ unsigned int Random(unsigned int limit)
     return static_cast<unsigned int>(randomState >> 33) % limit;
 }
 
-void Report(const char* what)
-{
-    fprintf(stderr, "simulation, seed %u: %s\n", firstSeed, what);
-}
-
 void GiveTurn(int thread)
 {
     __atomic_store_n(&threads[thread].hasTurn, 1U, __ATOMIC_RELEASE);
@@ -106,7 +100,7 @@ void GiveTurn(int thread)
     EchoLog();
     osal::PrintBacktrace(0);
     for (int next = thread + 1; next < MAX_THREADS; ++next) {
-        if (threads[next].state > SimulatedThread::CREATED && threads[next].state != SimulatedThread::ENDED) {
+        if (threads[next].state != SimulatedThread::FREE && threads[next].state != SimulatedThread::ENDED) {
             GiveTurn(next);
             pause();
         }
@@ -191,7 +185,8 @@ bool Choose(int& next)
     }
     const bool isStuck = next == -1 || ++switches > MAX_SWITCHES;
     if (isStuck && !isReporting) {
-        Report(next == -1 ? "every thread waits, and nothing is left to end a wait" : "no progress");
+        fprintf(stderr, "simulation, seed %u: %s\n", firstSeed,
+                next == -1 ? "every thread waits, and nothing is left to end a wait" : "no progress");
         isReporting = true;
         next = 0;
     }
@@ -210,9 +205,9 @@ void Switch()
     threads[self].state = SimulatedThread::RUNNABLE;
 }
 
-void WaitFor(int state, const void* object)
+void WaitFor(SimulatedThread::State state, const void* object)
 {
-    threads[self].state = static_cast<decltype(SimulatedThread::state)>(state);
+    threads[self].state = state;
     threads[self].object = object;
     Switch();
 }
@@ -269,20 +264,20 @@ int Notify(pthread_cond_t* cond, bool all)
 }
 
 // A deadline that lies before the start of time is one that has come.
-uint64_t DeadlineNs(const timespec* time, int64_t offsetNs)
+uint64_t DeadlineNs(const timespec* time, clockid_t clock)
 {
-    const int64_t ns = time->tv_sec * 1'000'000'000 + time->tv_nsec - offsetNs;
+    const int64_t ns = time->tv_sec * 1'000'000'000 + time->tv_nsec - (clock == CLOCK_REALTIME ? wallOffsetNs : 0);
     return ns < 0 ? 0 : static_cast<uint64_t>(ns);
 }
 
-int FindThread(pthread_t handle)
+SimulatedThread* FindThread(pthread_t handle)
 {
-    for (int i = 1; i < MAX_THREADS; ++i) {
-        if (threads[i].state != SimulatedThread::FREE && pthread_equal(threads[i].handle, handle) != 0) {
-            return i;
+    for (SimulatedThread& thread : threads) {
+        if (self != -1 && thread.state != SimulatedThread::FREE && pthread_equal(thread.handle, handle) != 0) {
+            return &thread;
         }
     }
-    return -1;
+    return nullptr;
 }
 
 // Behind the destructors of the thread's own objects.
@@ -325,6 +320,7 @@ Simulation::Simulation(unsigned int seed)
         thread.deadlineNs = NEVER;
     }
     threads[0].state = SimulatedThread::RUNNABLE;
+    threads[0].handle = pthread_self();
     nowNs = START_NS;
     wallOffsetNs = static_cast<int64_t>(START_NS);
     firstSeed = seed;
@@ -338,7 +334,7 @@ Simulation::~Simulation()
     LetOthersRun();
     for (int i = 1; i < MAX_THREADS; ++i) {
         if (threads[i].state != SimulatedThread::FREE) {
-            Report("a thread is left at the end");
+            fprintf(stderr, "simulation, seed %u: a thread is left at the end\n", firstSeed);
             abort();
         }
     }
@@ -348,6 +344,11 @@ Simulation::~Simulation()
 uint64_t Simulation::NowNs()
 {
     return nowNs;
+}
+
+void Simulation::LetOthersRun()
+{
+    WaitFor(SimulatedThread::YIELDING, nullptr);
 }
 
 void Simulation::Sleep(uint64_t durationNs)
@@ -374,57 +375,46 @@ Simulation::Scheduling Simulation::LastScheduling()
     return lastScheduling;
 }
 
+// What the simulation does in the place of a call of one of its threads.
+#define SIMULATE(function, parameters, arguments, simulated)        \
+    int function parameters                                         \
+    {                                                               \
+        return self == -1 ? REAL(function) arguments : (simulated); \
+    }
+
+// What a failing call answers.
+#define MAY_FAIL(function, parameters, arguments, failed)        \
+    int function parameters noexcept                             \
+    {                                                            \
+        const int error = FailureOf(#function);                  \
+        return error != 0 ? (failed) : REAL(function) arguments; \
+    }
+
 extern "C" {
 
-int pthread_mutex_lock(pthread_mutex_t* mutex) noexcept
+// clang-format off
+SIMULATE(pthread_mutex_lock, (pthread_mutex_t* mutex) noexcept, (mutex), (Switch(), Lock(mutex)))
+SIMULATE(pthread_mutex_unlock, (pthread_mutex_t* mutex) noexcept, (mutex), Unlock(mutex))
+SIMULATE(pthread_cond_wait, (pthread_cond_t* cond, pthread_mutex_t* mutex), (cond, mutex), WaitForCondition(cond, mutex, NEVER))
+SIMULATE(pthread_cond_timedwait, (pthread_cond_t* cond, pthread_mutex_t* mutex, const timespec* deadline),
+         (cond, mutex, deadline), WaitForCondition(cond, mutex, DeadlineNs(deadline, CLOCK_REALTIME)))
+SIMULATE(pthread_cond_clockwait, (pthread_cond_t* cond, pthread_mutex_t* mutex, clockid_t clock, const timespec* deadline),
+         (cond, mutex, clock, deadline), WaitForCondition(cond, mutex, DeadlineNs(deadline, clock)))
+SIMULATE(pthread_cond_signal, (pthread_cond_t* cond) noexcept, (cond), Notify(cond, false))
+SIMULATE(pthread_cond_broadcast, (pthread_cond_t* cond) noexcept, (cond), Notify(cond, true))
+
+MAY_FAIL(ftruncate, (int fd, off_t size), (fd, size), Failed(error))
+MAY_FAIL(fstat, (int fd, struct stat* status), (fd, status), Failed(error))
+MAY_FAIL(pthread_getschedparam, (pthread_t thread, int* policy, sched_param* param), (thread, policy, param), error)
+// clang-format on
+
+int pthread_setschedparam(pthread_t thread, int policy, const sched_param* param) noexcept
 {
-    if (self == -1) {
-        return REAL(pthread_mutex_lock)(mutex);
+    if (const int error = FailureOf("pthread_setschedparam"); error != 0) {
+        return error;
     }
-    Switch();
-    return Lock(mutex);
-}
-
-int pthread_mutex_unlock(pthread_mutex_t* mutex) noexcept
-{
-    return self == -1 ? REAL(pthread_mutex_unlock)(mutex) : Unlock(mutex);
-}
-
-int pthread_cond_wait(pthread_cond_t* cond, pthread_mutex_t* mutex)
-{
-    return self == -1 ? REAL(pthread_cond_wait)(cond, mutex) : WaitForCondition(cond, mutex, NEVER);
-}
-
-int pthread_cond_timedwait(pthread_cond_t* cond, pthread_mutex_t* mutex, const timespec* deadline)
-{
-    return self == -1 ? REAL(pthread_cond_timedwait)(cond, mutex, deadline)
-                      : WaitForCondition(cond, mutex, DeadlineNs(deadline, wallOffsetNs));
-}
-
-int pthread_cond_clockwait(pthread_cond_t* cond, pthread_mutex_t* mutex, clockid_t clock, const timespec* deadline)
-{
-    return self == -1
-               ? REAL(pthread_cond_clockwait)(cond, mutex, clock, deadline)
-               : WaitForCondition(cond, mutex, DeadlineNs(deadline, clock == CLOCK_REALTIME ? wallOffsetNs : 0));
-}
-
-int pthread_cond_signal(pthread_cond_t* cond) noexcept
-{
-    return self == -1 ? REAL(pthread_cond_signal)(cond) : Notify(cond, false);
-}
-
-int pthread_cond_broadcast(pthread_cond_t* cond) noexcept
-{
-    return self == -1 ? REAL(pthread_cond_broadcast)(cond) : Notify(cond, true);
-}
-
-int sched_yield() noexcept
-{
-    if (self == -1) {
-        return REAL(sched_yield)();
-    }
-    WaitFor(SimulatedThread::YIELDING, nullptr);
-    return 0;
+    lastScheduling = {thread, policy, param->sched_priority};
+    return self != -1 ? 0 : REAL(pthread_setschedparam)(thread, policy, param);
 }
 
 int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*body)(void*), void* arg) noexcept
@@ -439,41 +429,36 @@ int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*
     while (created->state != SimulatedThread::FREE) {
         ++created;
     }
-    created->state = SimulatedThread::CREATED;
     created->body = body;
     created->arg = arg;
     created->hasTurn = 0;
     created->isDetached = false;
     const int result = REAL(pthread_create)(thread, attributes, RunThread, created);
-    if (result != 0) {
-        created->state = SimulatedThread::FREE;
-        return result;
+    if (result == 0) {
+        created->handle = *thread;
+        created->state = SimulatedThread::RUNNABLE;
+        Switch();
     }
-    created->handle = *thread;
-    created->state = SimulatedThread::RUNNABLE;
-    Switch();
-    return 0;
+    return result;
 }
 
-int pthread_join(pthread_t thread, void** result)
+int pthread_join(pthread_t handle, void** result)
 {
-    const int number = self != -1 ? FindThread(thread) : -1;
-    if (number != -1) {
-        while (threads[number].state != SimulatedThread::ENDED) {
-            WaitFor(SimulatedThread::AT_JOIN, &threads[number]);
+    if (SimulatedThread* thread = FindThread(handle)) {
+        if (thread->state != SimulatedThread::ENDED) {
+            WaitFor(SimulatedThread::AT_JOIN, thread);
         }
-        threads[number].state = SimulatedThread::FREE;
+        thread->state = SimulatedThread::FREE;
     }
-    return REAL(pthread_join)(thread, result);
+    return REAL(pthread_join)(handle, result);
 }
 
-int pthread_detach(pthread_t thread) noexcept
+int pthread_detach(pthread_t handle) noexcept
 {
-    const int number = self != -1 ? FindThread(thread) : -1;
-    if (number != -1) {
-        threads[number].isDetached = true;
+    if (SimulatedThread* thread = FindThread(handle)) {
+        thread->isDetached = true;
     }
-    return REAL(pthread_detach)(thread);
+    return REAL(pthread_detach)(handle);
 }
 
 int clock_gettime(clockid_t clock, timespec* time) noexcept
@@ -484,27 +469,10 @@ int clock_gettime(clockid_t clock, timespec* time) noexcept
     if (self == -1 || (clock != CLOCK_MONOTONIC && clock != CLOCK_REALTIME)) {
         return REAL(clock_gettime)(clock, time);
     }
-    const uint64_t ns = clock == CLOCK_MONOTONIC ? nowNs : nowNs + static_cast<uint64_t>(wallOffsetNs);
+    const uint64_t ns = nowNs + static_cast<uint64_t>(clock == CLOCK_REALTIME ? wallOffsetNs : 0);
     time->tv_sec = static_cast<time_t>(ns / 1'000'000'000);
     time->tv_nsec = static_cast<long>(ns % 1'000'000'000);
     return 0;
-}
-
-int pthread_getschedparam(pthread_t thread, int* policy, sched_param* param) noexcept
-{
-    const int error = FailureOf("pthread_getschedparam");
-    return error != 0 ? error : REAL(pthread_getschedparam)(thread, policy, param);
-}
-
-int pthread_setschedparam(pthread_t thread, int policy, const sched_param* param) noexcept
-{
-    if (const int error = FailureOf("pthread_setschedparam"); error != 0) {
-        return error;
-    }
-    lastScheduling.thread = thread;
-    lastScheduling.policy = policy;
-    lastScheduling.priority = param->sched_priority;
-    return self != -1 ? 0 : REAL(pthread_setschedparam)(thread, policy, param);
 }
 
 // Six arguments are read, however few there are; whatever the others hold, the system does not look at it.
@@ -519,12 +487,6 @@ __attribute__((no_sanitize("address"))) long syscall(long number, ...) noexcept
     return error != 0 ? Failed(error) : REAL(syscall)(number, a, b, c, d, e, f);
 }
 
-int ftruncate(int fd, off_t size) noexcept
-{
-    const int error = FailureOf("ftruncate");
-    return error != 0 ? Failed(error) : REAL(ftruncate)(fd, size);
-}
-
 int fcntl(int fd, int command, ...)
 {
     va_list args;
@@ -536,12 +498,6 @@ int fcntl(int fd, int command, ...)
                                 : command == F_DUPFD     ? "fcntl dup"
                                                          : "");
     return error != 0 ? Failed(error) : REAL(fcntl)(fd, command, arg);
-}
-
-int fstat(int fd, struct stat* status) noexcept
-{
-    const int error = FailureOf("fstat");
-    return error != 0 ? Failed(error) : REAL(fstat)(fd, status);
 }
 
 }  // extern "C"

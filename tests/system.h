@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <gtest/gtest.h>
 #include <pthread.h>
-#include <thread>
+#include <string>
 
 // Makes `call` fail with `error` until the next FailCall(); null ends it. Calls with several commands are named
 // "fcntl add", "fcntl get" and "fcntl dup".
@@ -30,6 +30,8 @@ public:
     Simulation& operator=(const Simulation&) = delete;
 
     static uint64_t NowNs();
+    // Returns when each of the other threads waits for something, before time moves.
+    static void LetOthersRun();
     // Lets that time pass.
     static void Sleep(uint64_t durationNs);
     // Moves the wall clock, which otherwise runs with the monotonic one.
@@ -45,12 +47,6 @@ public:
     // What pthread_setschedparam() was asked for last.
     static Scheduling LastScheduling();
 };
-
-// In a simulation: returns when each of the other threads waits for something, before time moves.
-inline void LetOthersRun()
-{
-    std::this_thread::yield();
-}
 
 // Runs `body` in `count` simulations of different order, until one fails. OSAL_TEST_SEED=n repeats the one of seed
 // n.

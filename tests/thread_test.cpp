@@ -7,6 +7,7 @@
 #include <atomic>
 #include <functional>
 #include <gtest/gtest.h>
+#include <thread>
 
 using osal::Thread;
 
@@ -34,14 +35,6 @@ protected:
 
 }  // namespace
 
-TEST_F(ThreadTest, IsStoppedAtFirst)
-{
-    TestThread thread([] { return true; });
-    EXPECT_EQ(-1, thread.GetId());
-    thread.Stop();
-    EXPECT_EQ(LogLines{}, mLog.Lines());
-}
-
 TEST_F(ThreadTest, NamesItsWorkerAndSetsItsPriority)
 {
     static_assert(Thread::PRIORITY_MIN == 1 && Thread::PRIORITY_DEFAULT == 10 && Thread::PRIORITY_MAX == 99);
@@ -57,8 +50,10 @@ TEST_F(ThreadTest, NamesItsWorkerAndSetsItsPriority)
         return ++runs < 3;
     });
     self = &thread;
+    EXPECT_EQ(-1, thread.GetId());
+    thread.Stop();
     ASSERT_EQ(0, thread.Start("worker-with-a-long-name", static_cast<Thread::Priority>(3)));
-    LetOthersRun();
+    Simulation::LetOthersRun();
     EXPECT_NE(-1, thread.GetId());  // the ended worker's, while it is not stopped
     thread.Stop();
     EXPECT_EQ(-1, thread.GetId());
@@ -76,7 +71,7 @@ TEST_F(ThreadTest, RefusesASecondStartUntilItIsStopped)
     ASSERT_EQ(0, thread.Start("first", Thread::PRIORITY_MIN));
     EXPECT_EQ(-17, thread.Start("second", Thread::PRIORITY_MIN));
     release.Set();
-    LetOthersRun();
+    Simulation::LetOthersRun();
     EXPECT_EQ(-17, thread.Start("third", Thread::PRIORITY_MIN));  // after it has ended, too
     const LogLine ignored{ANDROID_LOG_INFO, TAG, "Start:  Thread first is not stop, ignore!"};
     EXPECT_EQ((LogLines{ignored, ignored}), mLog.Lines());
@@ -91,7 +86,7 @@ TEST_F(ThreadTest, RunsUntilStoppedAndAgainUnderANewName)
     TestThread thread([&] {
         seenName = KernelThreadName(osal::GetTid());
         ++runs;
-        LetOthersRun();
+        Simulation::LetOthersRun();
         return true;
     });
     ASSERT_EQ(0, thread.Start("before", Thread::PRIORITY_MIN));
@@ -100,8 +95,8 @@ TEST_F(ThreadTest, RunsUntilStoppedAndAgainUnderANewName)
     for (const std::string name : {"one", "two", ""}) {
         runs = 0;
         ASSERT_EQ(0, thread.Start(name, Thread::PRIORITY_MIN));
-        LetOthersRun();
-        LetOthersRun();  // they yield to us as we to them
+        Simulation::LetOthersRun();
+        Simulation::LetOthersRun();  // they yield to us as we to them
         thread.Stop();
         EXPECT_EQ(2, runs);
         EXPECT_EQ(name.empty() ? KernelThreadName(osal::GetTid()) : name, seenName);
@@ -109,25 +104,10 @@ TEST_F(ThreadTest, RunsUntilStoppedAndAgainUnderANewName)
     EXPECT_EQ((LogLines{{ANDROID_LOG_WARN, TAG, "SetThreadName: ThreadName can't be empty."}}), mLog.Lines());
 }
 
-TEST_F(ThreadTest, RefusesToStopItself)
-{
-    TestThread* self = nullptr;
-    int runs = 0;
-    TestThread thread([&] {
-        self->Stop();
-        EXPECT_EQ(osal::GetTid(), self->GetId());
-        return ++runs < 2;
-    });
-    self = &thread;
-    ASSERT_EQ(0, thread.Start("selfish", Thread::PRIORITY_MIN));
-    LetOthersRun();
-    const LogLine refused{ANDROID_LOG_WARN, TAG, "Stop: Thread selfish is not allowed to stop itself"};
-    EXPECT_EQ((LogLines{refused, refused}), mLog.Lines());
-}
-
 TEST(ThreadSchedules, EachStopReturnsAfterTheWorkerHasEnded)
 {
     ForEachSeed(200, [](unsigned int) {
+        const LogCapture log;
         Event running;
         Event release;
         std::atomic<int> ended{0};
@@ -135,7 +115,8 @@ TEST(ThreadSchedules, EachStopReturnsAfterTheWorkerHasEnded)
         TestThread thread([&] {
             running.Set();
             release.Wait();
-            self->Stop();  // refused also while others wait for this worker
+            self->Stop();  // refused, also while others wait for this worker
+            EXPECT_EQ(osal::GetTid(), self->GetId());
             ++ended;
             return true;
         });
@@ -149,13 +130,15 @@ TEST(ThreadSchedules, EachStopReturnsAfterTheWorkerHasEnded)
         const int32_t id = thread.GetId();
         std::thread first(stop);
         std::thread second(stop);
-        LetOthersRun();
+        Simulation::LetOthersRun();
         EXPECT_EQ(id, thread.GetId());
         release.Set();
         stop();
         EXPECT_EQ(-1, thread.GetId());
         first.join();
         second.join();
+        EXPECT_EQ((LogLines{{ANDROID_LOG_WARN, TAG, "Stop: Thread stopped is not allowed to stop itself"}}),
+                  log.Lines());
     });
 }
 
@@ -164,7 +147,7 @@ TEST(ThreadSchedules, StartAndStopFromManySides)
     ForEachSeed(100, [](unsigned int seed) {
         int runs = 0;  // by one worker at a time
         TestThread thread([&] {
-            LetOthersRun();
+            Simulation::LetOthersRun();
             return ++runs % 5 != 0;
         });
         std::atomic<int> starts{0};
