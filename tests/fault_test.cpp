@@ -154,12 +154,14 @@ TEST(Faults, OfEachSystemCallAreReportedAndLeaveNothingBehind)
         EXPECT_EQ(-1, osal::GetTimeUsBoot());
         EXPECT_EQ(-1, osal::GetTimeUsBootWithSuspend());
     });
-    const auto prioritise = [] { EXPECT_NE(0, osal::SetThreadPriority(osal::GetThreadId(), 1)); };
+    const auto prioritise = [](int error) {
+        return [error] { EXPECT_EQ(error, osal::SetThreadPriority(osal::GetThreadId(), 1)); };
+    };
     const std::string failed = "SetThreadPriority: pthread_";
     expect("NuThread", "pthread_getschedparam", ESRCH, {failed + "getschedparam failed: @, No such process"},
-           prioritise);
+           prioritise(ESRCH));
     expect("NuThread", "pthread_setschedparam", EPERM,
-           {failed + "setschedparam failed: @, Operation not permitted"}, prioritise);
+           {failed + "setschedparam failed: @, Operation not permitted"}, prioritise(EPERM));
     const std::string refused = "Start: Create thread t failed!";
     expect("NuThread", "pthread_create", EAGAIN, {refused, refused}, [&] {
         EXPECT_EQ(-12, thread.Start("t", osal::Thread::PRIORITY_MIN));

@@ -92,7 +92,7 @@ struct Type {
     MetaType type;
     const char* name;
     size_t sizeBytes;  // of a plain value
-    const char* parcel;  // the elements of its way: of '4' or '8' bytes, a float 'w'idened to 8, a 't'ext
+    std::string parcel;  // the elements of its way: of '4' or '8' bytes, a float 'w'idened to 8, a 't'ext
     bool isMerged;
     Dump dump;
     // `apart` chooses the form with separate arguments where there is one.
@@ -227,12 +227,13 @@ const std::array<Type, 16> TYPES{
          }},
 };
 
-// Null for a type that has no value.
-const Type* TypeOf(int32_t number)
+// For a type that there is not, a row without anything.
+const Type& TypeOf(int32_t number)
 {
+    static const Type none{};
     const auto found =
         std::find_if(TYPES.begin(), TYPES.end(), [=](const Type& type) { return type.type == number; });
-    return found != TYPES.end() ? &*found : nullptr;
+    return found != TYPES.end() ? *found : none;
 }
 
 Image Untouched(const Type& type)
@@ -315,8 +316,7 @@ public:
     bool Merge(ModelMeta& meta, const ModelMeta& other)
     {
         for (const auto& [key, item] : other) {
-            const Type* const type = TypeOf(item->type);
-            if (type == nullptr || !type->isMerged) {
+            if (!TypeOf(item->type).isMerged) {
                 Error("Merge: Should not be here mType: " + std::to_string(item->type));
             } else if (!Set(meta, key.c_str(), item->type, item->image)) {
                 Error("Merge: Merge " + key + " failed");
@@ -330,15 +330,15 @@ public:
     {
         log.push_back({ANDROID_LOG_DEBUG, "MediaMeta", "######## MediaMeta dump debug"});
         for (const auto& [key, item] : meta) {
-            const Type* const type = TypeOf(item->type);
+            const Type& type = TypeOf(item->type);
             if (item->type == META_TYPE_NONE) {
                 log.push_back({ANDROID_LOG_DEBUG, "MediaMeta", "empty item"});
-            } else if (type == nullptr || type->dump == nullptr) {
+            } else if (!type.dump) {
                 Error("Dump: Unknown item: " + std::to_string(item->type));
             } else {
                 const char* const none = item->type == META_TYPE_STRING ? "string:(null)" : "bytebuffer((nil), 0)";
                 log.push_back({ANDROID_LOG_DEBUG, "MediaMeta",
-                               "(" + key + ", " + (item->image ? type->dump(*item->image) : none) + ")"});
+                               "(" + key + ", " + (item->image ? type.dump(*item->image) : none) + ")"});
             }
         }
     }
@@ -363,6 +363,7 @@ public:
         return parcel.fixed.substr(parcel.readPos - size, size);
     }
 
+    // Zero where there is none.
     template <typename T>
     T Read(ModelParcel& parcel)
     {
@@ -378,7 +379,7 @@ public:
             parcel.strings.push_back(key);
             carried = CheckWay("Write", "WriteToMediaParam", item->type) && carried;
             size_t position = 0;
-            for (const char element : WayOf(item->type)) {
+            for (const char element : TypeOf(item->type).parcel) {
                 if (element == 't') {
                     parcel.strings.push_back(item->image.value_or(""));
                 } else if (element == 'w') {
@@ -403,9 +404,10 @@ public:
             if (!key) {
                 continue;
             }
+            const Type& type = TypeOf(number);
             complete = CheckWay("Read", "ReadFromMediaParam", number) && complete;
             std::string image;
-            for (const char element : WayOf(number)) {
+            for (const char element : type.parcel) {
                 if (element == 'w') {
                     image = ImageOf(static_cast<float>(Read<double>(parcel)));
                 } else if (element != 't') {
@@ -414,14 +416,13 @@ public:
                 }
             }
             auto& item = meta[*key] = std::make_shared<ModelItem>(ModelItem{number, std::nullopt});
-            const Type* const type = TypeOf(number);
             if (number == META_TYPE_STRING) {
                 item->image = ReadNext(parcel.strings, parcel.stringIndex);
                 complete = complete && item->image;
             } else if (number == META_TYPE_OBJECT) {
                 item->image = "0";
-            } else if (type != nullptr && type->sizeBytes > 0) {
-                image.resize(type->sizeBytes);
+            } else if (type.sizeBytes > 0) {
+                image.resize(type.sizeBytes);
                 item->image = image;
             }
         }
@@ -441,15 +442,9 @@ public:
     }
 
 private:
-    static std::string WayOf(int32_t number)
-    {
-        const Type* const type = TypeOf(number);
-        return type != nullptr ? type->parcel : "";
-    }
-
     bool CheckWay(const std::string& way, const std::string& operation, int32_t number)
     {
-        if (!WayOf(number).empty()) {
+        if (!TypeOf(number).parcel.empty()) {
             return true;
         }
         if (number == META_TYPE_BYTE_BUFFER || number == META_TYPE_OBJECT) {
@@ -594,11 +589,11 @@ private:
             Expect("entry", true, it != meta.End());
             Expect("key", key, it.Key());
             Expect("type of " + Show(key), item->type, static_cast<int32_t>(it.Value()->mType));
-            const Type* const type = TypeOf(item->type);
-            if (type != nullptr) {
+            const Type& type = TypeOf(item->type);
+            if (type.get) {
                 Image image;
-                Expect("presence of " + Show(key), true, type->get(meta, key.c_str(), image, false));
-                Expect(std::string(type->name) + " of " + Show(key), item->image, image);
+                Expect("presence of " + Show(key), true, type.get(meta, key.c_str(), image, false));
+                Expect(std::string(type.name) + " of " + Show(key), item->image, image);
             }
             ++it;
         }

@@ -77,37 +77,6 @@ TEST(ThreadUtils, NameTheCallingThreadByFifteenBytes)
     });
 }
 
-TEST(ThreadUtils, SetARealTimePriorityOrSayWhyNot)
-{
-    OnOwnThread([] {
-        const auto scheduling = [] {
-            int policy = 0;
-            sched_param param{};
-            EXPECT_EQ(0, pthread_getschedparam(pthread_self(), &policy, &param));
-            return std::pair(policy, param.sched_priority);
-        };
-        const auto before = scheduling();
-        const auto failed = [](int error) {
-            return LogLine{ANDROID_LOG_ERROR, "NuThread",
-                           "SetThreadPriority: pthread_setschedparam failed: " + std::to_string(error) + ", " +
-                               strerror(error)};
-        };
-        const LogCapture log;
-        EXPECT_EQ(EINVAL, osal::SetThreadPriority(osal::GetThreadId(), 0));
-        EXPECT_EQ(EINVAL, osal::SetThreadPriority(osal::GetThreadId(), 100));
-        EXPECT_EQ(before, scheduling());
-        const int result = osal::SetThreadPriority(osal::GetThreadId(), 10);
-        const sched_param same{10};
-        EXPECT_EQ(pthread_setschedparam(pthread_self(), SCHED_FIFO, &same), result);
-        EXPECT_EQ(result == 0 ? std::pair(SCHED_FIFO, 10) : before, scheduling());
-        LogLines expected(2, failed(EINVAL));
-        if (result != 0) {
-            expected.push_back(failed(result));
-        }
-        EXPECT_EQ(expected, log.Lines());
-    });
-}
-
 TEST(ThreadUtils, SetThePriorityOfAnotherThread)
 {
     const Simulation simulation;
