@@ -207,90 +207,64 @@ const std::string LONG_KEY(40, 'k');
 const std::string LONG_TEXT(100, 't');
 uint8_t gBytes[] = {1, 2, 3};
 
-// Every entry that is there is whole.
-size_t ExpectWhole(const osal::MediaMeta& meta)
+// Counts the entries, and demands that each is whole.
+size_t CountWhole(const osal::MediaMeta& meta)
 {
     size_t count = 0;
     for (auto it = meta.Begin(); it != meta.End(); ++it, ++count) {
         const auto& value = it.Value()->mValue;
         const osal::MetaType type = it.Value()->mType;
         EXPECT_NE(osal::META_TYPE_NONE, type);
-        EXPECT_TRUE(type != osal::META_TYPE_STRING || strlen(value.stringValue) > 0);
-        EXPECT_TRUE(type != osal::META_TYPE_BYTE_BUFFER || value.byteBufferValue.size == 0 ||  // from a parcel
-                    value.byteBufferValue.data[2] == 3);
+        EXPECT_TRUE(type != osal::META_TYPE_STRING || value.stringValue[0] == 't');
+        EXPECT_TRUE(type != osal::META_TYPE_BYTE_BUFFER || value.byteBufferValue.data[2] == 3);
     }
     return count;
 }
 
-bool Fill(osal::MediaMeta& meta)
-{
-    return meta.SetInt32(LONG_KEY.c_str(), 1) &&
-           meta.SetString("text", "a text that is longer than a short one") &&
-           meta.SetByteBuffer("bytes", gBytes, 3) &&
-           meta.SetObject("object", std::make_shared<osal::MediaMeta::MetaBase>()) &&
-           meta.SetString("text", "other");
-}
-
-// Uses everything that allocates. False when an allocation failed that is not told by an exception.
-struct Script {
-    std::shared_ptr<osal::MediaMeta> source = osal::MediaMeta::Create();
-    std::shared_ptr<osal::MediaMeta> target = osal::MediaMeta::Create();
-    osal::MediaParam parcel;
-    osal::MediaParam parcelCopy;
-    BriefThread thread;
-    Handler handler;  // outlives the queue, which may still hold its message
-    osal::MsgQueue queue;
-    bool isCopying = false;
-
-    bool Run()
+// What the operations below work on.
+struct State {
+    State()
     {
-        if (!Fill(*source) || source->Copy() == nullptr || !target->Merge(source)) {
-            return false;
-        }
-        source->Begin();
-        source->End();
-        parcel.WritePointer(std::make_shared<osal::MediaRefBase>());
-        source->WriteToMediaParam(&parcel);
-        parcelCopy.WriteString("kept when a copy fails");
-        isCopying = true;
-        parcelCopy.Copy(&parcel);
-        isCopying = false;
-        target->Destroy();
-        target->ReadFromMediaParam(&parcelCopy);
-        if (!target->ContainsKey("text") || thread.Start(LONG_KEY, osal::Thread::PRIORITY_MIN) != 0) {
-            return false;
-        }
-        thread.Stop();
-        if (queue.Start(LONG_KEY, osal::Thread::PRIORITY_MIN) != 0) {
-            return false;
-        }
-        queue.QueueMsg(&handler, HOUR_NS);
-        queue.RemoveMsg(&handler);
-        queue.QueueMsg(&handler, 0);
-        return true;
-    }
-
-    // Whatever failed before, all of it can be used.
-    void ExpectUsable()
-    {
-        const size_t entries = ExpectWhole(*source);
-        ExpectWhole(*target);
-        const auto copy = source->Copy();
-        ASSERT_NE(nullptr, copy);
-        EXPECT_EQ(entries, ExpectWhole(*copy));
-        EXPECT_TRUE(Fill(*source) && target->Merge(source));
-        if (isCopying) {
-            EXPECT_STREQ("kept when a copy fails", parcelCopy.ReadString());
-        }
-        parcelCopy.Copy(&parcel);
-        EXPECT_EQ(0, parcelCopy.WriteInt32(1));
-        thread.Stop();
-        EXPECT_EQ(0, thread.Start("t", osal::Thread::PRIORITY_MIN));
+        EXPECT_TRUE(source->SetString("text", "text") && source->SetByteBuffer("bytes", gBytes, 3));
+        EXPECT_EQ(0, parcel.WriteString("kept"));
         EXPECT_EQ(0, queue.Start("t", osal::Thread::PRIORITY_MIN));
-        Handler last;
-        EXPECT_EQ(0, queue.QueueMsg(&last, 0));
-        last.Wait();
     }
+
+    std::shared_ptr<osal::MediaMeta> source = osal::MediaMeta::Create();
+    osal::MediaMeta target;
+    osal::MediaParam parcel;
+    BriefThread thread;
+    Handler handler;  // outlives the queues, which may still hold its message
+    osal::MsgQueue queue;
+    osal::MsgQueue idle;
+};
+
+// One for each way to allocate; false for a failure that is told by the result.
+const std::function<bool(State&)> OPERATIONS[] = {
+    [](State& state) { return state.target.SetInt32(LONG_KEY.c_str(), 1); },
+    [](State& state) { return state.target.SetString("text", LONG_TEXT.c_str()); },
+    [](State& state) { return state.source->SetString("text", LONG_TEXT.c_str()); },
+    [](State& state) { return state.source->SetByteBuffer("bytes", gBytes, 3); },
+    [](State& state) { return state.source->Copy() != nullptr; },
+    [](State& state) { return state.target.Merge(state.source); },
+    [](State& state) { return state.source->Begin() != state.source->End(); },
+    [](State& state) {
+        return state.source->WriteToMediaParam(&state.parcel) || state.parcel.ReadString() != nullptr;
+    },
+    [](State& state) { return state.parcel.WritePointer(std::make_shared<osal::MediaRefBase>()) == 0; },
+    [](State& state) { return osal::MediaParam(state.parcel).ReadString() != nullptr; },
+    [](State& state) {
+        osal::MediaParam parcel;
+        for (const int32_t number : {1, 12}) {
+            parcel.WriteInt32(number);
+        }
+        parcel.WriteString(LONG_KEY.c_str());
+        parcel.WriteString("text");
+        return state.target.ReadFromMediaParam(&parcel);
+    },
+    [](State& state) { return state.thread.Start(LONG_KEY, osal::Thread::PRIORITY_MIN) == 0; },
+    [](State& state) { return state.idle.Start(LONG_KEY, osal::Thread::PRIORITY_MIN) == 0; },
+    [](State& state) { return state.queue.QueueMsg(&state.handler, HOUR_NS) == 0; },
 };
 
 }  // namespace
@@ -298,32 +272,38 @@ struct Script {
 TEST(Faults, OfEachAllocationLoseNothing)
 {
     const Simulation simulation;
-    EXPECT_TRUE(Script().Run());  // what standard libraries allocate once and keep
-    int successes = 0;
-    for (bool isOver = false; !isOver; ++successes) {
-        SCOPED_TRACE(successes);
-        LogCapture log;
-        const int liveBefore = liveAllocations;
-        {
-            Script script;
-            bool completed = false;
-            allocationFailed = false;
-            allocationsLeft = successes;
-            try {
-                completed = script.Run();
-            } catch (const std::bad_alloc&) {
+    int failures = 0;
+    for (size_t i = 0; i < std::size(OPERATIONS); ++i) {
+        for (int successes = 0; successes == 0 || allocationFailed; ++successes) {
+            SCOPED_TRACE("operation " + std::to_string(i) + ", allocation " + std::to_string(successes));
+            LogCapture log;
+            const int liveBefore = liveAllocations;
+            {
+                State state;
+                bool completed = false;
+                allocationFailed = false;
+                allocationsLeft = successes;
+                try {
+                    completed = OPERATIONS[i](state);
+                } catch (const std::bad_alloc&) {
+                }
+                allocationsLeft = -1;
+                failures += allocationFailed ? 1 : 0;
+                // A failure is told, by an exception or the result, and leaves everything fit for use.
+                EXPECT_NE(allocationFailed, completed);
+                EXPECT_STREQ("kept", osal::MediaParam(state.parcel).ReadString());
+                state.thread.Stop();
+                EXPECT_TRUE(OPERATIONS[i](state));
+                EXPECT_EQ(2U, CountWhole(*state.source));
+                CountWhole(state.target);
+                EXPECT_EQ(0, state.queue.QueueMsg(&state.handler, 0));
+                state.handler.Wait();
             }
-            allocationsLeft = -1;
-            isOver = !allocationFailed;
-            // A failure is told by an exception or a result.
-            EXPECT_EQ(isOver, completed);
-            script.ExpectUsable();
+            log = LogCapture();  // its lines count as allocations
+            EXPECT_EQ(liveBefore, liveAllocations);
         }
-        log = LogCapture();  // its lines count as allocations
-        EXPECT_EQ(liveBefore, liveAllocations);
-        ASSERT_LT(successes, 1000);
     }
-    EXPECT_GT(successes, 50);
+    EXPECT_GT(failures, 25);
 }
 
 TEST(Faults, OfCopiedTextsAreToldByEachOperation)

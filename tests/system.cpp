@@ -165,8 +165,8 @@ int ChooseAmong(int state)
     return threads[self].state == SimulatedThread::RUNNABLE ? self : found[0];
 }
 
-// Chooses who runs next. False if nobody can.
-bool Choose(int& next)
+// Chooses who runs next.
+int Choose()
 {
     WakeDue(false);
     if (randomState != 0 && firstSeed % 2 == 0 && Random(16) == 0) {  // a wake-up for no reason
@@ -175,7 +175,7 @@ bool Choose(int& next)
             Wake(threads[sleeper], false);
         }
     }
-    next = ChooseAmong(SimulatedThread::RUNNABLE);
+    int next = ChooseAmong(SimulatedThread::RUNNABLE);
     if (next == -1) {
         next = ChooseAmong(SimulatedThread::YIELDING);
     }
@@ -183,20 +183,18 @@ bool Choose(int& next)
         WakeDue(true);
         next = ChooseAmong(SimulatedThread::RUNNABLE);
     }
-    const bool isStuck = next == -1 || ++switches > MAX_SWITCHES;
-    if (isStuck && !isReporting) {
+    if (next == -1 || ++switches > MAX_SWITCHES) {
         fprintf(stderr, "simulation, seed %u: %s\n", firstSeed,
                 next == -1 ? "every thread waits, and nothing is left to end a wait" : "no progress");
         isReporting = true;
         next = 0;
     }
-    return !isStuck;
+    return next;
 }
 
 void Switch()
 {
-    int next = 0;
-    Choose(next);
+    const int next = Choose();
     if (next != self || isReporting) {
         const int thread = self;
         GiveTurn(next);
@@ -286,8 +284,7 @@ void EndThread(void* /*unused*/)
     SimulatedThread& thread = threads[self];
     thread.state = thread.isDetached ? SimulatedThread::FREE : SimulatedThread::ENDED;
     WakeAt(SimulatedThread::AT_JOIN, &thread, true);
-    int next = 0;
-    Choose(next);
+    const int next = Choose();
     self = -1;
     GiveTurn(next);
 }
