@@ -8,6 +8,7 @@
 #include "support.h"
 #include "system.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
@@ -26,7 +27,6 @@ thread_local int allocationsLeft = -1;
 thread_local bool allocationFailed = false;
 thread_local int allocations = 0;
 std::atomic<int> liveAllocations{0};
-size_t smallestFailure = 0;  // of the texts and blocks that are to be copied; 0 for none
 
 bool NextAllocationFails()
 {
@@ -47,8 +47,7 @@ bool NextAllocationFails()
 extern "C" char* strdup(const char* text) noexcept
 {
     const size_t size = strlen(text) + 1;
-    const bool fails = NextAllocationFails() || (smallestFailure != 0 && size >= smallestFailure);
-    auto* copy = static_cast<char*>(fails ? nullptr : malloc(size));
+    auto* copy = static_cast<char*>(NextAllocationFails() ? nullptr : malloc(size));
     return copy != nullptr ? static_cast<char*>(memcpy(copy, text, size)) : nullptr;
 }
 
@@ -262,10 +261,21 @@ const std::function<bool(State&)> OPERATIONS[] = {
         parcel.WriteString("text");
         return state.target.ReadFromMediaParam(&parcel);
     },
+    // Behind those that copy texts.
     [](State& state) { return state.thread.Start(LONG_KEY, osal::Thread::PRIORITY_MIN) == 0; },
     [](State& state) { return state.idle.Start(LONG_KEY, osal::Thread::PRIORITY_MIN) == 0; },
     [](State& state) { return state.queue.QueueMsg(&state.handler, HOUR_NS) == 0; },
 };
+
+constexpr size_t TEXT_OPERATIONS = 11;
+const LogLine NO_TEXT = Error("MediaMeta", "fail to alloc mem for str");
+
+LogLines DumpOf(const osal::MediaMeta& meta)
+{
+    const LogCapture log;
+    meta.Dump();
+    return log.Lines();
+}
 
 }  // namespace
 
@@ -280,17 +290,27 @@ TEST(Faults, OfEachAllocationLoseNothing)
             const int liveBefore = liveAllocations;
             {
                 State state;
+                const LogLines before = DumpOf(*state.source);
                 bool completed = false;
+                bool threw = false;
+                log = LogCapture();
                 allocationFailed = false;
                 allocationsLeft = successes;
                 try {
                     completed = OPERATIONS[i](state);
                 } catch (const std::bad_alloc&) {
+                    threw = true;
                 }
                 allocationsLeft = -1;
+                const LogLines lines = log.Lines("MediaMeta");
                 failures += allocationFailed ? 1 : 0;
                 // A failure is told, by an exception or the result, and leaves everything fit for use.
                 EXPECT_NE(allocationFailed, completed);
+                if (allocationFailed) {
+                    const bool isText = !threw && i < TEXT_OPERATIONS;
+                    EXPECT_EQ(isText ? 1 : 0, std::count(lines.begin(), lines.end(), NO_TEXT));
+                    EXPECT_EQ(before, DumpOf(*state.source));
+                }
                 EXPECT_STREQ("kept", osal::MediaParam(state.parcel).ReadString());
                 state.thread.Stop();
                 EXPECT_TRUE(OPERATIONS[i](state));
@@ -304,54 +324,6 @@ TEST(Faults, OfEachAllocationLoseNothing)
         }
     }
     EXPECT_GT(failures, 25);
-}
-
-TEST(Faults, OfCopiedTextsAreToldByEachOperation)
-{
-    const LogLine noText = Error("MediaMeta", "fail to alloc mem for str");
-    auto source = osal::MediaMeta::Create();
-    source->SetString("before", "short");
-    source->SetString("long", LONG_TEXT.c_str());
-    source->SetString("older", "short");
-    auto target = osal::MediaMeta::Create();
-    target->SetString("long", "old");
-    osal::MediaParam parcel;
-    EXPECT_TRUE(source->WriteToMediaParam(&parcel));
-    const auto expectKept = [&] {
-        const char* text = nullptr;
-        EXPECT_TRUE(target->GetString("long", text));
-        EXPECT_STREQ("old", text);
-    };
-    smallestFailure = LONG_TEXT.size();
-    LogCapture log;
-    EXPECT_FALSE(target->SetString("long", LONG_TEXT.c_str()));
-    EXPECT_FALSE(target->SetString("new", LONG_TEXT.c_str()));
-    EXPECT_FALSE(target->ContainsKey("new"));
-    EXPECT_EQ((LogLines{noText, noText}), log.Lines());
-    log = LogCapture();
-    EXPECT_EQ(nullptr, source->Copy());
-    EXPECT_EQ((LogLines{noText, Error("MediaMeta", "Copy: copy long failed")}), log.Lines());
-    log = LogCapture();
-    EXPECT_FALSE(target->Merge(source));
-    EXPECT_EQ((LogLines{noText, Error("MediaMeta", "Merge: Merge long failed")}), log.Lines());
-    EXPECT_TRUE(target->ContainsKey("before") && !target->ContainsKey("older"));
-    expectKept();
-    log = LogCapture();
-    EXPECT_FALSE(target->ReadFromMediaParam(&parcel));
-    EXPECT_EQ(LogLines{noText}, log.Lines());
-    EXPECT_TRUE(target->ContainsKey("older"));
-    expectKept();
-    smallestFailure = 0;
-}
-
-TEST(Faults, OfABlockTooLargeToCopyLeaveNoHalfEntry)
-{
-    osal::MediaMeta meta;
-    try {
-        EXPECT_FALSE(meta.SetByteBuffer("b", gBytes, SIZE_MAX));
-    } catch (const std::bad_alloc&) {
-        EXPECT_FALSE(meta.ContainsKey("b"));
-    }
 }
 
 // What runs often.
