@@ -76,7 +76,7 @@ TEST(MediaMeta, CopiesBytesIntoAFreshBlockAndLogsBadArguments)
     EXPECT_FALSE(meta.SetByteBuffer(key, gBytes, 0));
     EXPECT_FALSE(meta.SetByteBuffer(key, nullptr, 4));
     EXPECT_FALSE(meta.SetByteBuffer(nullptr, gBytes, 4));
-    EXPECT_EQ((LogLines{Line(ANDROID_LOG_DEBUG, "######## MediaMeta dump debug"),
+    EXPECT_EQ((LogLines{LogLine{ANDROID_LOG_DEBUG, "MediaMeta", "######## MediaMeta dump debug"},
                         Line(ANDROID_LOG_DEBUG, "(b, bytebuffer(%p, 5))", static_cast<void*>(own.data)),
                         Line(ANDROID_LOG_ERROR, "name %p, data %p, size 0", key, gBytes),
                         Line(ANDROID_LOG_ERROR, "name %p, data (nil), size 4", key),
