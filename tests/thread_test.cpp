@@ -53,6 +53,7 @@ TEST_F(ThreadTest, NamesItsWorkerAndSetsItsPriority)
     EXPECT_EQ(-1, thread.GetId());
     thread.Stop();
     ASSERT_EQ(0, thread.Start("worker-with-a-long-name", static_cast<Thread::Priority>(3)));
+    EXPECT_EQ(-1, thread.GetId());  // the worker has not begun
     Simulation::LetOthersRun();
     EXPECT_EQ(-17, thread.Start("another", Thread::PRIORITY_MIN));
     EXPECT_NE(-1, thread.GetId());  // the ended worker's, while it is not stopped
