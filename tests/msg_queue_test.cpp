@@ -386,10 +386,10 @@ TEST(MsgQueueLoad, LosesNoMessageAndRunsNoneEarly)
     std::vector<std::thread> producers;
     for (size_t lane = 0; lane < messages.size(); ++lane) {
         producers.emplace_back([&, lane] {
-            for (uint64_t i = 0; i < 10'000; ++i) {
+            for (uint64_t i = 0, accepted = 0; accepted < 3'000; ++i) {
                 Message& message = messages[lane].emplace_back();
                 message.lastDue = &lastDue[lane];
-                if (message.Queue(queue, i % 3 * 100'000) && i % 64 == 0) {
+                if (message.Queue(queue, i % 3 * 100'000) && ++accepted % 64 == 0) {
                     queue.RemoveMsg(&message);
                 }
             }
@@ -404,15 +404,12 @@ TEST(MsgQueueLoad, LosesNoMessageAndRunsNoneEarly)
     for (std::thread& producer : producers) {
         producer.join();
     }
-    int accepted = 0;
     for (const auto& lane : messages) {
         for (const Message& message : lane) {
             ASSERT_EQ(message.isAccepted ? 1 : 0, message.ends);
             ASSERT_LE(0, message.latenessNs);
-            accepted += message.ends;
         }
     }
-    EXPECT_GT(accepted, 0);
 }
 
 TEST(MsgHandlerTest, FinishesOnceForAllWaiters)
