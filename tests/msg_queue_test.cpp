@@ -1,25 +1,33 @@
 #include "osal/msg_queue.h"
+
 #include "osal/utils.h"
 #include "support.h"
+#include "system.h"
 
-#include <ctime>
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <cstring>
 #include <functional>
 #include <gtest/gtest.h>
+#include <list>
+#include <random>
+#include <thread>
 
 using osal::IMsgHandler;
 using osal::MsgHandlerBase;
 using osal::MsgQueue;
 using osal::Thread;
-using Clock = std::chrono::steady_clock;
 
 namespace {
 
 constexpr const char* TAG = "MsgQueue";
-constexpr uint64_t HOUR_NS = 3'600'000 * NS_PER_MS;
 
+// In a simulation: what is due runs at exactly its due time.
 class MsgQueueTest : public testing::Test {
 protected:
-    // Notes what happens to it under its name, in one list for all handlers of the test.
+    // Notes what happens to it and when, in one list for all handlers of the test.
     class Recorder : public MsgHandlerBase {
     public:
         Recorder(MsgQueueTest& test, std::string name, std::function<void()> body = {})
@@ -50,11 +58,12 @@ protected:
 
     using Notes = std::vector<std::string>;
 
+    // With the time since the test began, unless that is 0.
     void Note(const std::string& what)
     {
+        const uint64_t ns = Simulation::NowNs() - mStartNs;
         const std::lock_guard<std::mutex> lock(mMutex);
-        mNotes.push_back(what);
-        mTimes.push_back(Clock::now());
+        mNotes.push_back(what + (ns != 0 ? " @" + std::to_string(ns) : ""));
     }
     Notes TakeNotes()
     {
@@ -62,19 +71,20 @@ protected:
         return std::move(mNotes);
     }
     void StartQueue() { ASSERT_EQ(0, mQueue.Start("queue", Thread::PRIORITY_MIN)); }
-    // The worker blocks in a handler until released: what is queued meanwhile races with nothing.
+    // The worker blocks in a handler until released.
     void ParkWorker()
     {
         StartQueue();
-        ASSERT_EQ(0, mQueue.QueueMsg(&mParker, 0));
-        ASSERT_TRUE(mParked.Wait());
+        Queue(mParker, 0);
+        mParked.Wait();
         TakeNotes();
     }
     void Queue(IMsgHandler& handler, uint64_t delayNs) { EXPECT_EQ(0, mQueue.QueueMsg(&handler, delayNs)); }
 
+    const Simulation mSimulation;
+    const uint64_t mStartNs = Simulation::NowNs();
     std::mutex mMutex;
     Notes mNotes;
-    std::vector<Clock::time_point> mTimes;
     Event mParked;
     Event mRelease;
     Recorder mParker{*this, "parker", [this] {
@@ -90,100 +100,77 @@ TEST_F(MsgQueueTest, RefusesMessagesUnlessItRuns)
 {
     const LogCapture log;
     Recorder handler(*this, "handler");
-    EXPECT_EQ(-38, mQueue.QueueMsg(nullptr, 0));
-    EXPECT_EQ(-38, mQueue.QueueMsg(&handler, 0));
-    mQueue.RemoveMsg(nullptr);
-    mQueue.RemoveMsg(&handler);
-    mQueue.Stop();
-    EXPECT_EQ(-1, mQueue.GetThreadId());
-    StartQueue();
-    EXPECT_EQ(-38, mQueue.QueueMsg(nullptr, 0));
-    mQueue.Stop();
-    mQueue.Stop();
-    EXPECT_EQ(-38, mQueue.QueueMsg(&handler, 0));
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_EQ(-38, mQueue.QueueMsg(nullptr, 0));
+        EXPECT_EQ(-38, mQueue.QueueMsg(&handler, 0));
+        mQueue.RemoveMsg(nullptr);
+        mQueue.RemoveMsg(&handler);
+        mQueue.Stop();
+        EXPECT_EQ(-1, mQueue.GetThreadId());
+        StartQueue();
+        EXPECT_EQ(-38, mQueue.QueueMsg(nullptr, 0));
+        mQueue.Stop();
+    }
     const LogLine refused{ANDROID_LOG_ERROR, TAG, "QueueMsg: QueueMsg thread not start!"};
-    EXPECT_EQ((LogLines{refused, refused}), log.Lines(TAG));
+    EXPECT_EQ((LogLines{refused, refused}), log.Lines());
     EXPECT_EQ(Notes{}, TakeNotes());
 }
 
 TEST_F(MsgQueueTest, StartsOnceAndAgainAfterStop)
 {
     const LogCapture log;
-    Recorder handler(*this, "handler", [this] {
+    pthread_t worker{};
+    Recorder handler(*this, "handler", [&] {
+        mQueue.Stop();  // refused
         EXPECT_EQ(osal::GetTid(), mQueue.GetThreadId());
+        worker = pthread_self();
         Note(KernelThreadName(osal::GetTid()));
     });
     for (const std::string name : {"first", "second"}) {
-        EXPECT_EQ(0, mQueue.Start(name, Thread::PRIORITY_MIN));
+        EXPECT_EQ(0, mQueue.Start(name, static_cast<Thread::Priority>(7)));
         EXPECT_EQ(0, mQueue.Start("ignored", Thread::PRIORITY_MAX));
         Recorder last(*this, "last");
         Queue(handler, 0);
         Queue(last, 0);
         last.Wait();
         EXPECT_EQ((Notes{"handler", name, "last"}), TakeNotes());
+        const auto scheduling = Simulation::LastScheduling();
+        EXPECT_TRUE(pthread_equal(worker, scheduling.thread) != 0 && scheduling.priority == 7);
         mQueue.Stop();
         EXPECT_EQ(-1, mQueue.GetThreadId());
     }
     EXPECT_EQ((LogLines{{ANDROID_LOG_INFO, TAG, "Start: MsgProcessor first is not stop, ignored!"},
-                        {ANDROID_LOG_INFO, TAG, "Start: MsgProcessor second is not stop, ignored!"}}),
-              log.Lines(TAG));
+                        {ANDROID_LOG_WARN, "NuThread", "Stop: Thread first is not allowed to stop itself"},
+                        {ANDROID_LOG_INFO, TAG, "Start: MsgProcessor second is not stop, ignored!"},
+                        {ANDROID_LOG_WARN, "NuThread", "Stop: Thread second is not allowed to stop itself"}}),
+              log.Lines());
 }
 
-TEST_F(MsgQueueTest, RunsInDueTimeOrderAndNeverEarly)
-{
-    ParkWorker();
-    Recorder soon(*this, "soon");
-    Recorder late(*this, "late");
-    Recorder first(*this, "first");
-    Recorder second(*this, "second");
-    Queue(soon, 1);  // and due by the time that the next one is queued
-    const auto before = Clock::now();
-    Queue(late, 50 * NS_PER_MS);
-    Queue(first, 0);
-    Queue(second, 0);
-    Queue(first, 0);
-    mRelease.Set();
-    late.Wait();
-    EXPECT_EQ((Notes{"soon", "first", "second", "first", "late"}), TakeNotes());
-    EXPECT_GE(mTimes.back() - before, std::chrono::milliseconds(50));
-}
-
-TEST_F(MsgQueueTest, WakesForAnEarlierMessageAndKeepsTheLaterOne)
+TEST_F(MsgQueueTest, WakesTheWorkerForAnEarlierMessageAlone)
 {
     StartQueue();
     Recorder hour(*this, "hour");
-    Recorder later(*this, "later");
     Recorder sooner(*this, "sooner");
     Queue(hour, HOUR_NS);
-    const auto before = Clock::now();
-    Queue(later, 30 * NS_PER_MS);
-    Queue(sooner, 10 * NS_PER_MS);
-    later.Wait();
-    EXPECT_EQ((Notes{"sooner", "later"}), TakeNotes());
-    EXPECT_GE(mTimes.back() - before, std::chrono::milliseconds(30));
+    Simulation::LetOthersRun();
+    const int waits = Simulation::Waits();
+    Queue(hour, HOUR_NS + 1);
+    Simulation::LetOthersRun();
+    EXPECT_EQ(waits, Simulation::Waits());
+    Queue(hour, HOUR_NS);
+    Queue(sooner, 10);
+    Simulation::LetOthersRun();
+    EXPECT_EQ(waits + 1, Simulation::Waits());  // one for both
+    Simulation::MoveWallClock(-static_cast<int64_t>(2 * HOUR_NS));  // which moves no due time
+    sooner.Wait();
+    hour.Wait();
+    Simulation::LetOthersRun();
+    EXPECT_EQ((Notes{"sooner @10", "hour @3600000000000", "hour @3600000000000"}), TakeNotes());
     mQueue.Stop();
-    EXPECT_EQ(Notes{"hour dropped"}, TakeNotes());
+    EXPECT_EQ(Notes{"hour dropped @3600000000000"}, TakeNotes());
 }
 
-TEST_F(MsgQueueTest, RemovesAllMessagesOfOneHandlerButNotTheRunningOne)
-{
-    ParkWorker();
-    Recorder gone(*this, "gone");
-    Recorder stays(*this, "stays");
-    Recorder last(*this, "last");
-    Queue(gone, 0);
-    Queue(stays, 0);
-    Queue(gone, HOUR_NS);
-    Queue(stays, 0);
-    Queue(last, 0);
-    mQueue.RemoveMsg(&gone);
-    mQueue.RemoveMsg(&mParker);
-    gone.Wait();
-    mRelease.Set();
-    last.Wait();
-    EXPECT_EQ((Notes{"gone dropped", "gone dropped", "stays", "stays", "last"}), TakeNotes());
-}
-
+// Of many due times that have passed, the worker takes several at once.
 TEST_F(MsgQueueTest, RunsManyDueTimesInOrderAndRemovesAmongThem)
 {
     ParkWorker();
@@ -191,59 +178,72 @@ TEST_F(MsgQueueTest, RunsManyDueTimesInOrderAndRemovesAmongThem)
     Recorder remover(*this, "remover", [&] { mQueue.RemoveMsg(&gone); });
     Recorder a(*this, "a");
     Recorder b(*this, "b");
-    Recorder last(*this, "last");
-    Notes expected{"remover"};
-    expected.insert(expected.end(), 40, "gone dropped");
-    Queue(remover, 1);
-    for (int i = 0; i < 40; ++i) {
-        for (Recorder* handler : {&a, &gone, &b}) {
-            Queue(*handler, 1);  // due a little later than the one before
-        }
-        expected.insert(expected.end(), {"a", "b"});
+    Notes expected{"remover @100"};
+    expected.insert(expected.end(), 40, "gone dropped @100");
+    mQueue.RemoveMsg(&mParker);  // not the one that runs
+    Queue(remover, 0);
+    for (uint64_t i = 0; i < 40; ++i) {
+        Queue(b, 100 - 2 * i);  // the later ones come first
+        Queue(gone, 2 * i + 1);
+        Queue(a, 99 - 2 * i);
+        expected.insert(expected.end(), {"a @100", "b @100"});
     }
-    Queue(last, 1);
-    expected.emplace_back("last");
+    Simulation::Sleep(100);
+    Queue(mParker, 0);  // behind all that is due
+    expected.emplace_back("parker @100");
     mRelease.Set();
-    last.Wait();
+    Simulation::LetOthersRun();
     EXPECT_EQ(expected, TakeNotes());
 }
 
+// Whoever meets a Stop waits for it: another Stop, and a Start, unless it is the worker's own.
 TEST_F(MsgQueueTest, StopFinishesTheRunningMessageAndDropsThePendingInOrder)
-{
-    ParkWorker();
-    Recorder a(*this, "a");
-    Recorder b(*this, "b");
-    Queue(b, 2 * HOUR_NS);
-    Queue(a, HOUR_NS);
-    Queue(b, 0);
-    Queue(a, 0);
-    std::thread stopper([this] { mQueue.Stop(); });
-    while (mQueue.GetThreadId() != -1) {
-        std::this_thread::yield();
-    }
-    Note("refused " + std::to_string(mQueue.QueueMsg(&a, 0)));
-    mRelease.Set();
-    stopper.join();
-    a.Wait();
-    EXPECT_EQ((Notes{"refused -38", "b dropped", "a dropped", "a dropped", "b dropped"}), TakeNotes());
-}
-
-TEST_F(MsgQueueTest, RefusesToBeStoppedByItsOwnWorker)
 {
     const LogCapture log;
     StartQueue();
-    Recorder next(*this, "next");
-    Recorder stopper(*this, "stopper", [&] {
-        Queue(next, 0);
-        mQueue.Stop();
-        Note("kept running " + std::to_string(mQueue.GetThreadId() == osal::GetTid()));
+    Recorder running(*this, "running", [this] {
+        mRelease.Wait();
+        EXPECT_EQ(-17, mQueue.Start("from the old worker", Thread::PRIORITY_MIN));
     });
-    Queue(stopper, 0);
-    next.Wait();
-    EXPECT_EQ((Notes{"stopper", "kept running 1", "next"}), TakeNotes());
-    const LogLine refused{ANDROID_LOG_WARN, "NuThread", "Stop: Thread queue is not allowed to stop itself"};
-    const LogLines lines = log.Lines();
-    EXPECT_EQ(1, std::count(lines.begin(), lines.end(), refused));
+    Recorder a(*this, "a");
+    Recorder b(*this, "b");
+    Recorder c(*this, "c");
+    Queue(running, 0);
+    Simulation::LetOthersRun();
+    Queue(c, 2 * HOUR_NS);
+    for (Recorder* handler : {&b, &a, &a}) {
+        Queue(*handler, HOUR_NS);
+        Queue(*handler, 0);
+    }
+    const auto stop = [this] {
+        mQueue.Stop();
+        Note("stopped");
+    };
+    std::thread stopper(stop);
+    Simulation::LetOthersRun();
+    EXPECT_EQ(-1, mQueue.GetThreadId());
+    EXPECT_EQ(-38, mQueue.QueueMsg(&a, 0));
+    std::thread another(stop);
+    Simulation::LetOthersRun();
+    std::thread starter([this] {
+        EXPECT_EQ(0, mQueue.Start("anew", Thread::PRIORITY_MIN));
+        Note("started");
+    });
+    Simulation::LetOthersRun();
+    mRelease.Set();
+    for (std::thread* thread : {&stopper, &another, &starter}) {
+        thread->join();
+    }
+    Queue(c, 0);
+    Simulation::LetOthersRun();
+    Notes notes = TakeNotes();
+    std::sort(notes.end() - 4, notes.end() - 1);  // who goes on first is open
+    EXPECT_EQ((Notes{"running", "b dropped", "a dropped", "a dropped", "b dropped", "a dropped", "a dropped",
+                     "c dropped", "started", "stopped", "stopped", "c"}),
+              notes);
+    EXPECT_EQ((LogLines{{ANDROID_LOG_ERROR, TAG, "QueueMsg: QueueMsg thread not start!"},
+                        {ANDROID_LOG_INFO, TAG, "Start: MsgProcessor queue is not stop, ignored!"}}),
+              log.Lines());
 }
 
 TEST_F(MsgQueueTest, CanBeDestroyedByItsOwnWorker)
@@ -259,99 +259,187 @@ TEST_F(MsgQueueTest, CanBeDestroyedByItsOwnWorker)
     ASSERT_EQ(0, queue->Start("doomed", Thread::PRIORITY_MIN));
     EXPECT_EQ(0, queue->QueueMsg(&destroyer, 0));
     pending.Wait();
-    EXPECT_TRUE(workerEnded.Wait());
+    workerEnded.Wait();
     EXPECT_EQ((Notes{"destroyer", "pending dropped"}), TakeNotes());
-}
-
-// A Start that meets a Stop waits for it: neither the old worker nor a message is left behind.
-TEST_F(MsgQueueTest, StartAndStopMayMeet)
-{
-    for (int round = 0; round < 50; ++round) {
-        StartQueue();
-        Recorder restarter(*this, "restarter", [&] {
-            mParked.Set();
-            while (mQueue.GetThreadId() != -1) {
-                std::this_thread::yield();
-            }
-            EXPECT_EQ(-17, mQueue.Start("from the old worker", Thread::PRIORITY_MIN));
-        });
-        Queue(restarter, 0);
-        std::thread stopper([this] { mQueue.Stop(); });
-        std::thread another([this] { mQueue.Stop(); });
-        while (mQueue.GetThreadId() != -1) {
-            std::this_thread::yield();
-        }
-        EXPECT_EQ(0, mQueue.Start("anew", Thread::PRIORITY_MIN));
-        stopper.join();
-        another.join();
-        mQueue.Stop();
-    }
 }
 
 TEST_F(MsgQueueTest, SleepsThroughDelaysBeyondReach)
 {
+    constexpr uint64_t YEARS_200_NS = 200 * 365 * 24 * HOUR_NS;
     StartQueue();
     Recorder far(*this, "far");
-    Recorder now(*this, "now");
-    Queue(far, 1ULL << 63);
-    Queue(far, UINT64_MAX - (1ULL << 62));
-    Queue(now, 0);
-    now.Wait();
-    const auto processorTime = [] {
-        timespec time{};
-        EXPECT_EQ(0, clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time));
-        return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
-    };
-    const auto usedBefore = processorTime();
-    const auto until = Clock::now() + std::chrono::milliseconds(200);
-    std::this_thread::sleep_until(until);  // a worker that spins uses all of this
-    EXPECT_LT(processorTime() - usedBefore, std::chrono::milliseconds(100));
-    mQueue.RemoveMsg(&far);
     Recorder overflowing(*this, "overflowing");
-    Queue(overflowing, UINT64_MAX);
-    overflowing.Wait();  // due at once
-    EXPECT_EQ((Notes{"now", "far dropped", "far dropped", "overflowing"}), TakeNotes());
+    Queue(far, YEARS_200_NS);
+    Queue(overflowing, UINT64_MAX - 5);  // due at once
+    far.Wait();
+    EXPECT_EQ((Notes{"overflowing", "far @" + std::to_string(YEARS_200_NS)}), TakeNotes());
+    Queue(far, (1ULL << 63) + HOUR_NS);
+    Simulation::LetOthersRun();
+    mQueue.RemoveMsg(&far);
+    EXPECT_EQ(Notes{"far dropped @" + std::to_string(YEARS_200_NS)}, TakeNotes());
+}
+
+namespace {
+
+// Counts what becomes of it, and notes how late it ran, and whether behind what was due before.
+struct Message : MsgHandlerBase {
+    static int64_t NowNs()
+    {
+        return std::chrono::steady_clock::now().time_since_epoch() / std::chrono::nanoseconds(1);
+    }
+    void HandleMsg(int32_t&) override
+    {
+        latenessNs = NowNs() - static_cast<int64_t>(dueNs);
+        isInOrder = *lastDue < std::pair(dueNs, number);
+        *lastDue = std::pair(dueNs, number);
+        NotifyFinished();
+        if (follower != nullptr && follower->Queue(*queue, static_cast<uint64_t>(number % 2)) && number % 3 == 0) {
+            queue->RemoveMsg(follower);
+        }
+    }
+    void NotifyFinished() override
+    {
+        ++ends;
+        MsgHandlerBase::NotifyFinished();
+    }
+    bool Queue(MsgQueue& to, uint64_t delayNs)
+    {
+        static std::atomic<int> queued{0};
+        queue = &to;
+        number = ++queued;
+        dueNs = static_cast<uint64_t>(NowNs()) + delayNs;
+        isAccepted = to.QueueMsg(this, delayNs) == 0;
+        return isAccepted;
+    }
+
+    std::pair<uint64_t, int>* lastDue = nullptr;  // of its producer's messages; for the worker alone
+    Message* follower = nullptr;  // queued, and perhaps removed, by this one
+    MsgQueue* queue = nullptr;
+    int number = 0;
+    uint64_t dueNs = 0;
+    bool isAccepted = false;
+    int64_t latenessNs = 0;
+    bool isInOrder = true;
+    std::atomic<int> ends{0};
+};
+
+}  // namespace
+
+TEST(MsgQueueSchedules, ConserveEachMessageAndRunItInTime)
+{
+    ForEachSeed(200, [](unsigned int seed) {
+        MsgQueue queue;
+        ASSERT_EQ(0, queue.Start("queue", Thread::PRIORITY_MIN));
+        std::array<std::list<Message>, 2> messages;
+        std::array<std::pair<uint64_t, int>, 4> lastDue;
+        const auto produce = [&](size_t lane) {
+            std::mt19937 random(seed * 10 + static_cast<unsigned int>(lane));
+            for (int i = 0; i < 20; ++i) {
+                Message& message = messages[lane].emplace_back();
+                message.lastDue = &lastDue[lane];
+                if (random() % 4 == 0) {
+                    message.follower = &messages[lane].emplace_back();
+                    message.follower->lastDue = &lastDue[2 + lane];
+                }
+                constexpr std::array<uint64_t, 4> DELAYS_NS{0, 0, 5, 20};
+                if (message.Queue(queue, DELAYS_NS[random() % 4]) && random() % 4 == 0) {
+                    queue.RemoveMsg(&message);
+                } else if (message.isAccepted && random() % 4 == 0) {
+                    message.Wait();
+                }
+                Simulation::Sleep(random() % 4);
+            }
+        };
+        const auto restart = [&] {
+            for (int i = 0; i < 2 && seed % 3 == 0; ++i) {
+                Simulation::Sleep(15);
+                queue.Stop();
+                EXPECT_EQ(0, queue.Start("queue", Thread::PRIORITY_MIN));
+            }
+        };
+        std::thread threads[] = {std::thread(produce, 0), std::thread(produce, 1), std::thread(restart)};
+        restart();
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+        if (seed % 3 == 1) {
+            Simulation::Sleep(20);
+        }
+        queue.Stop();
+        for (const auto& lane : messages) {
+            for (const Message& message : lane) {
+                EXPECT_EQ(message.isAccepted ? 1 : 0, message.ends);
+                EXPECT_EQ(0, message.latenessNs);
+                EXPECT_TRUE(message.isInOrder);
+            }
+        }
+    });
+}
+
+// On the system's own clock and scheduler.
+TEST(MsgQueueLoad, LosesNoMessageAndRunsNoneEarly)
+{
+    MsgQueue queue;
+    std::array<std::list<Message>, 3> messages;
+    std::array<std::pair<uint64_t, int>, 3> lastDue;
+    std::atomic<size_t> producing{messages.size()};
+    std::vector<std::thread> producers;
+    for (size_t lane = 0; lane < messages.size(); ++lane) {
+        producers.emplace_back([&, lane] {
+            for (uint64_t i = 0, accepted = 0; accepted < 3'000; ++i) {
+                Message& message = messages[lane].emplace_back();
+                message.lastDue = &lastDue[lane];
+                if (message.Queue(queue, i % 3 * 100'000) && ++accepted % 64 == 0) {
+                    queue.RemoveMsg(&message);
+                }
+            }
+            --producing;
+        });
+    }
+    while (producing > 0) {
+        EXPECT_EQ(0, queue.Start("load", Thread::PRIORITY_MIN));
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));  // some load in between, for no end
+        queue.Stop();
+    }
+    for (std::thread& producer : producers) {
+        producer.join();
+    }
+    for (const auto& lane : messages) {
+        for (const Message& message : lane) {
+            ASSERT_EQ(message.isAccepted ? 1 : 0, message.ends);
+            ASSERT_LE(0, message.latenessNs);
+        }
+    }
 }
 
 TEST(MsgHandlerTest, FinishesOnceForAllWaiters)
 {
     struct Handler : MsgHandlerBase {
         void HandleMsg(int32_t&) override {}
-    } handler;
-    std::atomic<int> released{0};
-    std::vector<std::thread> waiters;
-    for (int i = 0; i < 3; ++i) {
-        waiters.emplace_back([&] {
-            handler.Wait();
-            ++released;
-        });
-    }
-    EXPECT_EQ(0, released);
-    handler.NotifyFinished();
-    for (auto& waiter : waiters) {
-        waiter.join();
-    }
-    handler.NotifyFinished();
-    handler.Wait();
-    EXPECT_EQ(3, released);
-}
-
-// Handlers in other libraries are compiled against this order of slots.
-TEST(MsgHandlerTest, KeepsTheOrderOfItsSlots)
-{
-    struct Handler : IMsgHandler {
-        void HandleMsg(int32_t&) override { called = "HandleMsg"; }
-        void Wait() override { called = "Wait"; }
-        void NotifyFinished() override { called = "NotifyFinished"; }
-        std::string called;
-    } handler;
-    using Slot = void (*)(IMsgHandler*, int32_t*);
-    Slot* slots = nullptr;
-    memcpy(&slots, static_cast<const void*>(static_cast<IMsgHandler*>(&handler)), sizeof(slots));
-    int32_t arg = 0;
-    const char* const expected[] = {"HandleMsg", "Wait", "NotifyFinished"};
-    for (size_t i = 0; i < 3; ++i) {
-        slots[2 + i](&handler, &arg);  // behind the complete and the deleting destructor
-        EXPECT_EQ(expected[i], handler.called);
-    }
+    };
+    ForEachSeed(20, [](unsigned int) {
+        auto handler = std::make_unique<Handler>();
+        std::atomic<int> released{0};
+        std::vector<std::thread> waiters;
+        for (int i = 0; i < 3; ++i) {
+            waiters.emplace_back([&] {
+                handler->Wait();
+                ++released;
+            });
+        }
+        Simulation::LetOthersRun();
+        EXPECT_EQ(0, released);
+        handler->NotifyFinished();
+        for (auto& waiter : waiters) {
+            waiter.join();
+        }
+        handler->Wait();
+        EXPECT_EQ(3, released);
+        // Whom it releases may destroy it at once.
+        handler = std::make_unique<Handler>();
+        std::thread notifier([shared = handler.get()] { shared->NotifyFinished(); });
+        handler->Wait();
+        handler.reset();
+        notifier.join();
+    });
 }

@@ -2,9 +2,8 @@
 
 #include <cstdarg>
 #include <cstdio>
+#include <dirent.h>
 #include <fstream>
-#include <pthread.h>
-#include <thread>
 
 thread_local bool isLogging = false;
 
@@ -12,6 +11,7 @@ namespace {
 
 std::mutex logMutex;
 LogLines logLines;
+bool isEchoed = false;
 
 struct ThreadEnd {
     Event* event = nullptr;
@@ -36,10 +36,18 @@ extern "C" int __android_log_print(int prio, const char* tag, const char* fmt, .
     const int size = vsnprintf(text, sizeof(text), fmt, args);
     va_end(args);
     const std::lock_guard<std::mutex> lock(logMutex);
+    if (isEchoed) {
+        fprintf(stderr, "%s\n", text);
+    }
     isLogging = true;
     logLines.push_back({prio, tag != nullptr ? std::optional<std::string>(tag) : std::nullopt, text});
     isLogging = false;
     return size;
+}
+
+void EchoLog()
+{
+    isEchoed = true;
 }
 
 LogCapture::LogCapture()
@@ -60,6 +68,19 @@ LogLines LogCapture::Lines(const char* tag) const
     return lines;
 }
 
+void Event::Set()
+{
+    const std::lock_guard<std::mutex> lock(mMutex);
+    mSet = true;
+    mCond.notify_all();
+}
+
+void Event::Wait()
+{
+    std::unique_lock<std::mutex> lock(mMutex);
+    mCond.wait(lock, [this] { return mSet; });
+}
+
 void SetAtThreadEnd(Event& event)
 {
     threadEnd.event = &event;
@@ -73,12 +94,13 @@ std::string KernelThreadName(int tid)
     return name;
 }
 
-bool RealTimeAllowed()
+size_t OpenDescriptors()
 {
-    bool allowed = false;
-    std::thread([&allowed] {
-        const sched_param param{1};
-        allowed = pthread_setschedparam(pthread_self(), SCHED_FIFO, &param) == 0;
-    }).join();
-    return allowed;
+    size_t count = 0;
+    DIR* directory = opendir("/proc/self/fd");
+    while (readdir(directory) != nullptr) {
+        ++count;
+    }
+    closedir(directory);
+    return count;
 }

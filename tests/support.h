@@ -1,18 +1,16 @@
 #pragma once
 
 #include <android/log.h>
-#include <chrono>
 #include <condition_variable>
+#include <cstdint>
 #include <mutex>
 #include <optional>
 #include <ostream>
 #include <string>
 #include <vector>
 
-// Only a broken library uses this up, sanitizers and emulators included.
-constexpr std::chrono::seconds WAIT_LIMIT{120};
-
 constexpr uint64_t NS_PER_MS = 1'000'000;
+constexpr uint64_t HOUR_NS = 3'600'000 * NS_PER_MS;
 
 struct LogLine {
     int prio;
@@ -34,6 +32,9 @@ using LogLines = std::vector<LogLine>;
 // Set while this thread notes a line: its allocations are not the library's.
 extern thread_local bool isLogging;
 
+// Writes further lines to standard error, too.
+void EchoLog();
+
 // The log lines since construction, those of other threads included.
 class LogCapture {
 public:
@@ -42,26 +43,11 @@ public:
     LogLines Lines(const char* tag = nullptr) const;
 };
 
-// Set once, waited for by any number of threads.
+// Set once, waited for by any number of threads of a simulation, which ends a wait for nothing.
 class Event {
 public:
-    void Set()
-    {
-        const std::lock_guard<std::mutex> lock(mMutex);
-        mSet = true;
-        mCond.notify_all();
-    }
-    // False when WAIT_LIMIT has passed.
-    bool Wait()
-    {
-        std::unique_lock<std::mutex> lock(mMutex);
-        return mCond.wait_for(lock, WAIT_LIMIT, [this] { return mSet; });
-    }
-    bool IsSet()
-    {
-        const std::lock_guard<std::mutex> lock(mMutex);
-        return mSet;
-    }
+    void Set();
+    void Wait();
 
 private:
     std::mutex mMutex;
@@ -75,5 +61,5 @@ void SetAtThreadEnd(Event& event);
 // The name that the kernel has for a thread of this process.
 std::string KernelThreadName(int tid);
 
-// Whether this process may put threads under SCHED_FIFO.
-bool RealTimeAllowed();
+// How many files this process has open.
+size_t OpenDescriptors();

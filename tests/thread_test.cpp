@@ -1,9 +1,13 @@
 #include "osal/thread.h"
+
 #include "osal/utils.h"
 #include "support.h"
+#include "system.h"
 
+#include <atomic>
 #include <functional>
 #include <gtest/gtest.h>
+#include <thread>
 
 using osal::Thread;
 
@@ -11,7 +15,7 @@ namespace {
 
 constexpr const char* TAG = "NuThread";
 
-// Runs a function as its body. Blocks in it until released, by default.
+// Runs a function as its body, in a simulation.
 class TestThread : public Thread {
 public:
     explicit TestThread(std::function<bool()> body) : mBody(std::move(body)) {}
@@ -23,174 +27,141 @@ private:
     std::function<bool()> mBody;
 };
 
-// The lines of the Thread class itself: which lines the priority gives depends on the rights.
-LogLines ThreadLines(const LogCapture& log)
-{
-    LogLines lines;
-    for (const LogLine& line : log.Lines(TAG)) {
-        if (line.text.find("SetThreadPriority") == std::string::npos) {
-            lines.push_back(line);
-        }
-    }
-    return lines;
-}
+class ThreadTest : public testing::Test {
+protected:
+    const Simulation mSimulation;
+    const LogCapture mLog;
+};
 
 }  // namespace
 
-TEST(ThreadTest, IsStoppedAtFirst)
+TEST_F(ThreadTest, NamesItsWorkerAndSetsItsPriority)
 {
-    const LogCapture log;
-    TestThread thread([] { return true; });
-    EXPECT_EQ(-1, thread.GetId());
-    thread.Stop();
-    EXPECT_EQ(LogLines{}, log.Lines());
-}
-
-TEST(ThreadTest, NamesItsWorkerAndSetsItsPriority)
-{
-    const bool allowed = RealTimeAllowed();
-    const LogCapture log;
-    Event checked;
+    static_assert(Thread::PRIORITY_MIN == 1 && Thread::PRIORITY_DEFAULT == 10 && Thread::PRIORITY_MAX == 99);
     TestThread* self = nullptr;
+    int runs = 0;
     TestThread thread([&] {
-        const pid_t tid = osal::GetTid();
-        EXPECT_EQ(tid, self->GetId());
-        EXPECT_EQ("worker-with-a-l", KernelThreadName(tid));
-        int policy = 0;
-        sched_param param{};
-        EXPECT_EQ(0, pthread_getschedparam(pthread_self(), &policy, &param));
-        EXPECT_EQ(allowed ? SCHED_FIFO : SCHED_OTHER, policy);
-        EXPECT_EQ(allowed ? 3 : 0, param.sched_priority);
-        checked.Set();
-        return false;
+        EXPECT_EQ(osal::GetTid(), self->GetId());
+        EXPECT_EQ("worker-with-a-l", KernelThreadName(osal::GetTid()));
+        const auto scheduling = Simulation::LastScheduling();
+        EXPECT_NE(0, pthread_equal(pthread_self(), scheduling.thread));
+        EXPECT_EQ(SCHED_FIFO, scheduling.policy);
+        EXPECT_EQ(3, scheduling.priority);
+        return ++runs < 3;
     });
     self = &thread;
-    ASSERT_EQ(0, thread.Start("worker-with-a-long-name", static_cast<Thread::Priority>(3)));
-    ASSERT_TRUE(checked.Wait());
-    const std::string id = std::to_string(thread.GetId());  // of the ended worker, while it is not stopped
-    thread.Stop();
-    const std::string reason = std::to_string(EPERM) + ", " + strerror(EPERM);
-    const LogLines refused{{ANDROID_LOG_ERROR, TAG, "SetThreadPriority: pthread_setschedparam failed: " + reason},
-                           {ANDROID_LOG_WARN, TAG, "worker-with-a-long-name, SetThreadPriority ret:1, mId:" + id}};
-    EXPECT_EQ(allowed ? LogLines{} : refused, log.Lines());
     EXPECT_EQ(-1, thread.GetId());
+    thread.Stop();
+    ASSERT_EQ(0, thread.Start("worker-with-a-long-name", static_cast<Thread::Priority>(3)));
+    EXPECT_EQ(-1, thread.GetId());  // the worker has not begun
+    Simulation::LetOthersRun();
+    EXPECT_EQ(-17, thread.Start("another", Thread::PRIORITY_MIN));
+    EXPECT_NE(-1, thread.GetId());  // the ended worker's, while it is not stopped
+    thread.Stop();
+    EXPECT_EQ(-1, thread.GetId());
+    EXPECT_EQ(3, runs);
+    EXPECT_EQ((LogLines{{ANDROID_LOG_INFO, TAG, "Start:  Thread worker-with-a-long-name is not stop, ignore!"}}),
+              mLog.Lines());
 }
 
-TEST(ThreadTest, RefusesASecondStartUntilItIsStopped)
+TEST_F(ThreadTest, RunsUntilStoppedAndAgainUnderANewName)
 {
-    Event release;
-    std::atomic<int> runs{0};
+    std::string seenName;
+    int runs = 0;
     TestThread thread([&] {
+        seenName = KernelThreadName(osal::GetTid());
         ++runs;
-        release.Wait();
-        return false;
-    });
-    ASSERT_EQ(0, thread.Start("first", Thread::PRIORITY_MIN));
-    const LogCapture log;
-    EXPECT_EQ(-17, thread.Start("second", Thread::PRIORITY_MIN));
-    release.Set();
-    while (runs == 0) {
-        std::this_thread::yield();
-    }
-    EXPECT_EQ(-17, thread.Start("third", Thread::PRIORITY_MIN));  // while it ends, and after it has
-    const LogLine ignored{ANDROID_LOG_INFO, TAG, "Start:  Thread first is not stop, ignore!"};
-    EXPECT_EQ((LogLines{ignored, ignored}), ThreadLines(log));
-    thread.Stop();
-    EXPECT_EQ(1, runs);
-    EXPECT_EQ(0, thread.Start("fourth", Thread::PRIORITY_MIN));
-    thread.Stop();
-}
-
-TEST(ThreadTest, RunsUntilStoppedAndAgainUnderANewName)
-{
-    for (const char* name : {"one", "two", ""}) {
-        const LogCapture log;
-        std::string seenName;
-        std::atomic<int> runs{0};
-        Event ran;
-        TestThread thread([&] {
-            seenName = KernelThreadName(osal::GetTid());
-            if (++runs >= 2 && seenName != "before") {
-                ran.Set();
-            }
-            return true;
-        });
-        ASSERT_EQ(0, thread.Start("before", Thread::PRIORITY_MIN));
-        thread.Stop();
-        ASSERT_EQ(0, thread.Start(name, Thread::PRIORITY_MIN));
-        ASSERT_TRUE(ran.Wait());
-        thread.Stop();
-        if (name[0] == '\0') {
-            EXPECT_EQ((LogLines{{ANDROID_LOG_WARN, TAG, "SetThreadName: ThreadName can't be empty."}}),
-                      ThreadLines(log));
-            EXPECT_EQ(KernelThreadName(osal::GetTid()), seenName);
-        } else {
-            EXPECT_EQ(name, seenName);
-        }
-        const int runsAtStop = runs;
-        thread.Stop();
-        EXPECT_EQ(runsAtStop, runs);
-    }
-}
-
-TEST(ThreadTest, RefusesToStopItself)
-{
-    const LogCapture log;
-    TestThread* self = nullptr;
-    std::atomic<int> runs{0};
-    Event done;
-    TestThread thread([&] {
-        self->Stop();
-        EXPECT_NE(-1, self->GetId());
-        if (++runs == 2) {
-            done.Set();
-            return false;
-        }
+        Simulation::LetOthersRun();
         return true;
     });
-    self = &thread;
-    ASSERT_EQ(0, thread.Start("selfish", Thread::PRIORITY_MIN));
-    ASSERT_TRUE(done.Wait());
+    ASSERT_EQ(0, thread.Start("before", Thread::PRIORITY_MIN));
+    EXPECT_EQ(-17, thread.Start("ignored", Thread::PRIORITY_MIN));
     thread.Stop();
-    const LogLine refused{ANDROID_LOG_WARN, TAG, "Stop: Thread selfish is not allowed to stop itself"};
-    EXPECT_EQ((LogLines{refused, refused}), ThreadLines(log));
+    EXPECT_EQ(0, runs);  // stopped before the worker began
+    for (const std::string name : {"one", "two", ""}) {
+        runs = 0;
+        ASSERT_EQ(0, thread.Start(name, Thread::PRIORITY_MIN));
+        Simulation::LetOthersRun();
+        Simulation::LetOthersRun();  // they yield to us as we to them
+        thread.Stop();
+        EXPECT_EQ(2, runs);
+        EXPECT_EQ(name.empty() ? KernelThreadName(osal::GetTid()) : name, seenName);
+    }
+    EXPECT_EQ((LogLines{{ANDROID_LOG_INFO, TAG, "Start:  Thread before is not stop, ignore!"},
+                        {ANDROID_LOG_WARN, TAG, "SetThreadName: ThreadName can't be empty."}}),
+              mLog.Lines());
 }
 
-TEST(ThreadTest, StopsOnceForSeveralStoppers)
+TEST(ThreadSchedules, EachStopReturnsAfterTheWorkerHasEnded)
 {
-    for (int round = 0; round < 50; ++round) {
+    ForEachSeed(200, [](unsigned int) {
+        const LogCapture log;
         Event running;
-        std::atomic<bool> ended{false};
+        Event release;
+        std::atomic<int> ended{0};
         TestThread* self = nullptr;
-        Event stopping;
         TestThread thread([&] {
             running.Set();
-            stopping.Wait();
-            self->Stop();  // refused also while others wait for this worker
-            ended = true;
+            release.Wait();
+            self->Stop();  // refused, also while others wait for this worker
+            EXPECT_EQ(osal::GetTid(), self->GetId());
+            ++ended;
             return true;
         });
         self = &thread;
-        ASSERT_EQ(0, thread.Start("stopped", Thread::PRIORITY_MIN));
-        ASSERT_TRUE(running.Wait());
         const auto stop = [&] {
-            stopping.Set();
             thread.Stop();
-            EXPECT_TRUE(ended);
-            EXPECT_EQ(-1, thread.GetId());
+            EXPECT_EQ(1, ended);
         };
+        ASSERT_EQ(0, thread.Start("stopped", Thread::PRIORITY_MIN));
+        running.Wait();
+        const int32_t id = thread.GetId();
         std::thread first(stop);
         std::thread second(stop);
+        Simulation::LetOthersRun();
+        EXPECT_EQ(id, thread.GetId());
+        release.Set();
         stop();
+        EXPECT_EQ(-1, thread.GetId());
         first.join();
         second.join();
-    }
+        EXPECT_EQ((LogLines{{ANDROID_LOG_WARN, TAG, "Stop: Thread stopped is not allowed to stop itself"}}),
+                  log.Lines());
+    });
 }
 
-TEST(ThreadTest, LetsAWorkerDestroyItsOwnObject)
+TEST(ThreadSchedules, StartAndStopFromManySides)
+{
+    ForEachSeed(100, [](unsigned int seed) {
+        int runs = 0;  // by one worker at a time
+        TestThread thread([&] {
+            Simulation::LetOthersRun();
+            return ++runs % 5 != 0;
+        });
+        std::atomic<int> starts{0};
+        const auto use = [&](int first) {
+            for (int i = first; i < first + 6; ++i) {
+                if (i % 2 == 0) {
+                    thread.Stop();
+                } else if (thread.Start("worker", Thread::PRIORITY_MIN) == 0) {
+                    ++starts;
+                }
+            }
+        };
+        std::thread other(use, 0);
+        std::thread another(use, static_cast<int>(seed % 2));
+        other.join();
+        another.join();
+        thread.Stop();
+        EXPECT_EQ(-1, thread.GetId());
+        EXPECT_GT(starts, 0);
+    });
+}
+
+TEST_F(ThreadTest, LetsAWorkerDestroyItsOwnObject)
 {
     struct Watch {
-        Event destroyed;
+        int destroyed = 0;
         Event threadEnded;
         Thread* thread = nullptr;
     } watch;
@@ -204,13 +175,13 @@ TEST(ThreadTest, LetsAWorkerDestroyItsOwnObject)
             SetAtThreadEnd(mWatch.threadEnded);
             Watch& outlivesThis = mWatch;
             delete outlivesThis.thread;
-            outlivesThis.destroyed.Set();
+            ++outlivesThis.destroyed;
             return true;
         }
         Watch& mWatch;
     };
     watch.thread = new SelfDestroyer(watch);
     ASSERT_EQ(0, watch.thread->Start("self-destroyer", Thread::PRIORITY_MIN));
-    EXPECT_TRUE(watch.destroyed.Wait());
-    EXPECT_TRUE(watch.threadEnded.Wait());
+    watch.threadEnded.Wait();
+    EXPECT_EQ(1, watch.destroyed);
 }

@@ -1,6 +1,11 @@
 #include "osal/utils.h"
-#include "support.h"
 
+#include "support.h"
+#include "system.h"
+
+#include <array>
+#include <cerrno>
+#include <cstring>
 #include <ctime>
 #include <gtest/gtest.h>
 #include <pthread.h>
@@ -8,13 +13,6 @@
 #include <unistd.h>
 
 namespace {
-
-int64_t RawTimeUs(clockid_t clock)
-{
-    timespec now{};
-    EXPECT_EQ(0, clock_gettime(clock, &now));
-    return now.tv_sec * 1'000'000 + now.tv_nsec / 1'000;
-}
 
 // Runs `body` on a thread of its own, so that names and priorities do not stick to the test's thread.
 template <typename Body>
@@ -27,18 +25,25 @@ void OnOwnThread(Body body)
 
 TEST(Clocks, ReadTheirClockInMicroseconds)
 {
-    const auto expectBetween = [](clockid_t clock, int64_t (*read)()) {
-        for (int i = 0; i < 100; ++i) {
-            const int64_t before = RawTimeUs(clock);
-            const int64_t byName = read();
-            const int64_t byId = osal::GetTimeByClockType(clock);
-            const int64_t after = RawTimeUs(clock);
-            EXPECT_TRUE(before <= byName && byName <= byId && byId <= after) << clock;
-        }
-    };
-    expectBetween(CLOCK_REALTIME, osal::GetTimeUs);
-    expectBetween(CLOCK_MONOTONIC, osal::GetTimeUsBoot);
-    expectBetween(CLOCK_BOOTTIME, osal::GetTimeUsBootWithSuspend);
+    constexpr int64_t HOUR_US = 3'600'000'000;
+    timespec before{};
+    timespec after{};
+    EXPECT_EQ(0, clock_gettime(CLOCK_BOOTTIME, &before));
+    const int64_t bootUs = osal::GetTimeUsBootWithSuspend();
+    EXPECT_EQ(0, clock_gettime(CLOCK_BOOTTIME, &after));
+    EXPECT_LE(before.tv_sec * 1'000'000 + before.tv_nsec / 1'000, bootUs);
+    EXPECT_GE(after.tv_sec * 1'000'000 + after.tv_nsec / 1'000, bootUs);
+
+    const Simulation simulation;
+    Simulation::MoveWallClock(static_cast<int64_t>(HOUR_NS));
+    const int64_t monotonicUs = osal::GetTimeUsBoot();
+    const int64_t wallUs = osal::GetTimeUs();
+    EXPECT_EQ(static_cast<int64_t>(Simulation::NowNs() / 1'000), monotonicUs);
+    Simulation::MoveWallClock(-2 * static_cast<int64_t>(HOUR_NS));
+    Simulation::Sleep(2'000'001'999);  // what is less than a microsecond is cut off
+    EXPECT_EQ(monotonicUs + 2'000'001, osal::GetTimeUsBoot());
+    EXPECT_EQ(monotonicUs + 2'000'001, osal::GetTimeByClockType(CLOCK_MONOTONIC));
+    EXPECT_EQ(wallUs + 2'000'001 - 2 * HOUR_US, osal::GetTimeUs());
 }
 
 TEST(Clocks, ReportAnUnknownClockWithoutTag)
@@ -72,40 +77,15 @@ TEST(ThreadUtils, NameTheCallingThreadByFifteenBytes)
     });
 }
 
-TEST(ThreadUtils, SetARealTimePriorityOrSayWhyNot)
+TEST(ThreadUtils, SetThePriorityOfAnotherThread)
 {
-    const bool allowed = RealTimeAllowed();
-    OnOwnThread([allowed] {
-        const auto scheduling = [] {
-            int policy = 0;
-            sched_param param{};
-            EXPECT_EQ(0, pthread_getschedparam(pthread_self(), &policy, &param));
-            return std::make_pair(policy, param.sched_priority);
-        };
-        const auto before = scheduling();
-        const auto failed = [](int error) {
-            return LogLine{ANDROID_LOG_ERROR, "NuThread",
-                           "SetThreadPriority: pthread_setschedparam failed: " + std::to_string(error) + ", " +
-                               strerror(error)};
-        };
-        LogCapture log;
-        EXPECT_EQ(EINVAL, osal::SetThreadPriority(osal::GetThreadId(), 0));
-        EXPECT_EQ(EINVAL, osal::SetThreadPriority(osal::GetThreadId(), 100));
-        EXPECT_EQ((LogLines{failed(EINVAL), failed(EINVAL)}), log.Lines());
-        EXPECT_EQ(before, scheduling());
-
-        log = LogCapture();
-        const int result = osal::SetThreadPriority(osal::GetThreadId(), 10);
-        if (allowed) {
-            EXPECT_EQ(0, result);
-            EXPECT_EQ(LogLines{}, log.Lines());
-            EXPECT_EQ(std::make_pair(SCHED_FIFO, 10), scheduling());
-        } else {
-            EXPECT_EQ(EPERM, result);
-            EXPECT_EQ(LogLines{failed(EPERM)}, log.Lines());
-            EXPECT_EQ(before, scheduling());
-        }
-    });
+    const Simulation simulation;
+    std::thread other([] {});
+    EXPECT_EQ(0, osal::SetThreadPriority(static_cast<long>(other.native_handle()), 99));
+    const auto scheduling = Simulation::LastScheduling();
+    EXPECT_NE(0, pthread_equal(other.native_handle(), scheduling.thread));
+    EXPECT_TRUE(scheduling.policy == SCHED_FIFO && scheduling.priority == 99);
+    other.join();
 }
 
 namespace outer {
