@@ -27,10 +27,7 @@ inline uint64_t ClockNs(clockid_t clock)
     return static_cast<uint64_t>(now.tv_sec) * 1'000'000'000 + static_cast<uint64_t>(now.tv_nsec);
 }
 
-inline uint64_t NowNs()
-{
-    return ClockNs(CLOCK_MONOTONIC);
-}
+inline uint64_t NowNs() { return ClockNs(CLOCK_MONOTONIC); }
 
 // What the program holds from malloc(), all threads together; a few blocks that a thread keeps for reuse count
 // as held.

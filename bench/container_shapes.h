@@ -187,26 +187,11 @@ inline const std::vector<Entry>& AllEntries()
 }
 
 // A number that depends on the value: it proves that the right one was read.
-inline uint64_t Digest(int32_t value)
-{
-    return static_cast<uint64_t>(value);
-}
-inline uint64_t Digest(int64_t value)
-{
-    return static_cast<uint64_t>(value);
-}
-inline uint64_t Digest(double value)
-{
-    return static_cast<uint64_t>(value);
-}
-inline uint64_t Digest(const char* value)
-{
-    return static_cast<uint64_t>(value[0]);
-}
-inline uint64_t Digest(const std::string& value)
-{
-    return Digest(value.c_str());
-}
+inline uint64_t Digest(int32_t value) { return static_cast<uint64_t>(value); }
+inline uint64_t Digest(int64_t value) { return static_cast<uint64_t>(value); }
+inline uint64_t Digest(double value) { return static_cast<uint64_t>(value); }
+inline uint64_t Digest(const char* value) { return static_cast<uint64_t>(value[0]); }
+inline uint64_t Digest(const std::string& value) { return Digest(value.c_str()); }
 inline uint64_t Digest(Fraction value)
 {
     return static_cast<uint64_t>(value.num) + static_cast<uint64_t>(value.den);
@@ -217,10 +202,7 @@ T StoredAs(T value)
 {
     return value;
 }
-inline std::string StoredAs(const char* value)
-{
-    return value;
-}
+inline std::string StoredAs(const char* value) { return value; }
 // Type under which a Value holds a T.
 template <typename T>
 using Stored = decltype(StoredAs(std::declval<T>()));
@@ -232,21 +214,11 @@ void VisitValue(const Entry& entry, uint64_t round, Visitor visit)
     constexpr std::array<const char*, 2> TEXTS{"audio/mpeg; version=4", "video/raw"};
     const auto number = static_cast<int32_t>(entry.mIndex * 16 + round % 16);
     switch (entry.mType) {
-        case EntryType::INT32:
-            visit(number);
-            break;
-        case EntryType::INT64:
-            visit(int64_t{number} * 1'000'000);
-            break;
-        case EntryType::DOUBLE:
-            visit(number + 0.5);
-            break;
-        case EntryType::TEXT:
-            visit(TEXTS[round % TEXTS.size()]);
-            break;
-        case EntryType::FRACTION:
-            visit(Fraction{number, 1});
-            break;
+        case EntryType::INT32: visit(number); break;
+        case EntryType::INT64: visit(int64_t{number} * 1'000'000); break;
+        case EntryType::DOUBLE: visit(number + 0.5); break;
+        case EntryType::TEXT: visit(TEXTS[round % TEXTS.size()]); break;
+        case EntryType::FRACTION: visit(Fraction{number, 1}); break;
     }
 }
 

@@ -23,10 +23,7 @@ extern "C" __attribute__((visibility("default"))) void* malloc(size_t size)
 
 namespace bench {
 
-uint64_t Allocations()
-{
-    return allocations;
-}
+uint64_t Allocations() { return allocations; }
 
 namespace {
 

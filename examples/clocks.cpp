@@ -12,10 +12,7 @@
 
 namespace {
 
-const char* YesNo(bool value)
-{
-    return value ? "yes" : "no";
-}
+const char* YesNo(bool value) { return value ? "yes" : "no"; }
 
 void MeasureSleep()
 {

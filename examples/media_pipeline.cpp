@@ -35,10 +35,7 @@ struct Options {
     double speed = 1.0;  // 0: as fast as it can
 };
 
-[[noreturn]] void Fail(const std::string& what)
-{
-    throw std::runtime_error(what);
-}
+[[noreturn]] void Fail(const std::string& what) { throw std::runtime_error(what); }
 
 Options ParseOptions(int argc, char** argv)
 {

@@ -20,10 +20,7 @@ struct BufferMessage {
     uint64_t sizeBytes;
 };
 
-[[noreturn]] void Fail(const std::string& what)
-{
-    throw std::runtime_error(what + ": " + strerror(errno));
-}
+[[noreturn]] void Fail(const std::string& what) { throw std::runtime_error(what + ": " + strerror(errno)); }
 
 // Room for one descriptor beside a message.
 union DescriptorRoom {

@@ -81,10 +81,7 @@ void ParseInfo(const Reader& list, WavFile& wav)
     }
 }
 
-void Append(Bytes& bytes, const std::string& text)
-{
-    bytes.insert(bytes.end(), text.begin(), text.end());
-}
+void Append(Bytes& bytes, const std::string& text) { bytes.insert(bytes.end(), text.begin(), text.end()); }
 
 void AppendU32(Bytes& bytes, uint64_t value)
 {

@@ -77,10 +77,7 @@ __attribute__((noinline)) void operator delete(void* block) noexcept
     free(block);
 }
 
-void operator delete(void* block, size_t /*size*/) noexcept
-{
-    operator delete(block);
-}
+void operator delete(void* block, size_t /*size*/) noexcept { operator delete(block); }
 
 namespace {
 

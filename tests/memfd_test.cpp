@@ -10,10 +10,7 @@
 
 namespace {
 
-LogLine Error(const std::string& text)
-{
-    return {ANDROID_LOG_ERROR, "Memoryfd", text};
-}
+LogLine Error(const std::string& text) { return {ANDROID_LOG_ERROR, "Memoryfd", text}; }
 
 class Region {
 public:

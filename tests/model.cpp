@@ -48,10 +48,7 @@ std::string Show(const std::string& image)
     out << '"';
     return out.str();
 }
-std::string Show(const Image& image)
-{
-    return image ? Show(*image) : "nothing";
-}
+std::string Show(const Image& image) { return image ? Show(*image) : "nothing"; }
 
 template <typename T>
 std::string Show(T number)
@@ -514,19 +511,14 @@ private:
 std::string RandomImage(const Type& type, Choices& choices)
 {
     switch (type.type) {
-        case META_TYPE_STRING:
-            return choices.Bytes(choices.Below(24)).c_str();
-        case META_TYPE_BYTE_BUFFER:
-            return choices.Bytes(choices.Below(24));
-        case META_TYPE_OBJECT:
-            return std::to_string(choices.Below(OBJECTS.size()));
-        case META_TYPE_FRACTION:
-            return choices.Bytes(4) + ImageOf(static_cast<int32_t>(choices.Below(3)) - 1);
+        case META_TYPE_STRING: return choices.Bytes(choices.Below(24)).c_str();
+        case META_TYPE_BYTE_BUFFER: return choices.Bytes(choices.Below(24));
+        case META_TYPE_OBJECT: return std::to_string(choices.Below(OBJECTS.size()));
+        case META_TYPE_FRACTION: return choices.Bytes(4) + ImageOf(static_cast<int32_t>(choices.Below(3)) - 1);
         case META_TYPE_FLOAT:
             // Numbers alone: widening a signalling NaN changes its bits.
             return ImageOf(static_cast<float>(choices.Below(256)) / 8);
-        default:
-            return choices.Bytes(type.sizeBytes);
+        default: return choices.Bytes(type.sizeBytes);
     }
 }
 

@@ -45,10 +45,7 @@ extern "C" int __android_log_print(int prio, const char* tag, const char* fmt, .
     return size;
 }
 
-void EchoLog()
-{
-    isEchoed = true;
-}
+void EchoLog() { isEchoed = true; }
 
 LogCapture::LogCapture()
 {
@@ -81,10 +78,7 @@ void Event::Wait()
     mCond.wait(lock, [this] { return mSet; });
 }
 
-void SetAtThreadEnd(Event& event)
-{
-    threadEnd.event = &event;
-}
+void SetAtThreadEnd(Event& event) { threadEnd.event = &event; }
 
 std::string KernelThreadName(int tid)
 {

@@ -37,10 +37,7 @@ const char* failingCall = nullptr;
 int failure = 0;
 
 // The failure of `call`, 0 if it is to succeed.
-int FailureOf(const char* call)
-{
-    return failingCall != nullptr && strcmp(call, failingCall) == 0 ? failure : 0;
-}
+int FailureOf(const char* call) { return failingCall != nullptr && strcmp(call, failingCall) == 0 ? failure : 0; }
 
 int Failed(int error)
 {
@@ -338,15 +335,9 @@ Simulation::~Simulation()
     self = -1;
 }
 
-uint64_t Simulation::NowNs()
-{
-    return nowNs;
-}
+uint64_t Simulation::NowNs() { return nowNs; }
 
-void Simulation::LetOthersRun()
-{
-    WaitFor(SimulatedThread::YIELDING, nullptr);
-}
+void Simulation::LetOthersRun() { WaitFor(SimulatedThread::YIELDING, nullptr); }
 
 void Simulation::Sleep(uint64_t durationNs)
 {
@@ -357,27 +348,15 @@ void Simulation::Sleep(uint64_t durationNs)
     }
 }
 
-void Simulation::MoveWallClock(int64_t byNs)
-{
-    wallOffsetNs += byNs;
-}
+void Simulation::MoveWallClock(int64_t byNs) { wallOffsetNs += byNs; }
 
-int Simulation::Waits()
-{
-    return waits;
-}
+int Simulation::Waits() { return waits; }
 
-Simulation::Scheduling Simulation::LastScheduling()
-{
-    return lastScheduling;
-}
+Simulation::Scheduling Simulation::LastScheduling() { return lastScheduling; }
 
 // What the simulation does in the place of a call of one of its threads.
-#define SIMULATE(function, parameters, arguments, simulated)        \
-    int function parameters                                         \
-    {                                                               \
-        return self == -1 ? REAL(function) arguments : (simulated); \
-    }
+#define SIMULATE(function, parameters, arguments, simulated) \
+    int function parameters { return self == -1 ? REAL(function) arguments : (simulated); }
 
 // What a failing call answers.
 #define MAY_FAIL(function, parameters, arguments, failed)        \

@@ -8,11 +8,11 @@
 
 namespace osal {
 
-// Waits until `cond` is notified or `duration` has passed on the monotonic clock. May also return early. The sum of the
-// clock and `duration` must fit into 64 bits of nanoseconds.
+// Waits until `cond` is notified or `duration` has passed on the monotonic clock. May also return early. The sum
+// of the clock and `duration` must fit into 64 bits of nanoseconds.
 //
-// Not wait_for(): below API level 30, the standard library waits on the wall clock, and setting that clock back would
-// delay every message. The function below exists since API level 28.
+// Not wait_for(): below API level 30, the standard library waits on the wall clock, and setting that clock back
+// would delay every message. The function below exists since API level 28.
 inline void WaitMonotonic(std::condition_variable& cond, std::unique_lock<std::mutex>& lock,
                           std::chrono::nanoseconds duration)
 {
