@@ -328,7 +328,7 @@ struct Message : MsgHandlerBase {
 
 TEST(MsgQueueSchedules, ConserveEachMessageAndRunItInTime)
 {
-    ForEachSeed(200, [](unsigned int seed) {
+    ForEachSeed(80, [](unsigned int seed) {
         MsgQueue queue;
         ASSERT_EQ(0, queue.Start("queue", Thread::PRIORITY_MIN));
         std::array<std::list<Message>, 2> messages;

@@ -94,7 +94,7 @@ TEST_F(ThreadTest, RunsUntilStoppedAndAgainUnderANewName)
 
 TEST(ThreadSchedules, EachStopReturnsAfterTheWorkerHasEnded)
 {
-    ForEachSeed(200, [](unsigned int) {
+    ForEachSeed(80, [](unsigned int) {
         const LogCapture log;
         Event running;
         Event release;
@@ -132,7 +132,7 @@ TEST(ThreadSchedules, EachStopReturnsAfterTheWorkerHasEnded)
 
 TEST(ThreadSchedules, StartAndStopFromManySides)
 {
-    ForEachSeed(100, [](unsigned int seed) {
+    ForEachSeed(60, [](unsigned int seed) {
         int runs = 0;  // by one worker at a time
         TestThread thread([&] {
             Simulation::LetOthersRun();
