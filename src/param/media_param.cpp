@@ -16,6 +16,8 @@ constexpr const char* TAG = "MediaParam";
 void ReleaseRefs(std::vector<std::shared_ptr<MediaRefBase>>& refs)
 {
     while (!refs.empty()) {
+        // Released when the parcel is consistent: the destructor of an object may call the parcel.
+        const std::shared_ptr<MediaRefBase> last = std::move(refs.back());
         refs.pop_back();
     }
 }
@@ -65,9 +67,11 @@ void MediaParam::Copy(const MediaParam* other)
     auto refs = other->mRefs;
 
     if (memcpy_s(data.get(), size, other->mData.get(), size) != 0) {
+        // GCOVR_EXCL_START: the size is MEDIA_PARAM_CAPACITY, which memcpy_s() does not refuse
         Reset();
         LOGE("%s: memcpy failed.", __func__);
         return;
+        // GCOVR_EXCL_STOP
     }
     mData = std::move(data);
     mCapacity = size;
