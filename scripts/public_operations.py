@@ -39,7 +39,9 @@ def operations(scope):
         elif inner["kind"] in SCOPES:
             yield from operations(inner)
         elif inner["kind"] in OPERATIONS and not any(map(inner.get, ("pure", "explicitlyDeleted", "isImplicit"))):
-            yield inner["mangledName"]
+            # The constructor of an abstract class is only called as that of a base class.
+            is_abstract = scope.get("definitionData", {}).get("isAbstract")
+            yield inner["mangledName"].replace("C1E", "C2E") if is_abstract else inner["mangledName"]
 
 
 found = {name for declaration in declarations() for name in operations(declaration)}

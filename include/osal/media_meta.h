@@ -152,49 +152,30 @@ public:
     class OSAL_API ConstIterator {
     public:
         /// Called by Begin() and End() only.
-        OSAL_INLINE ConstIterator(const ItemMap& map, ItemMap::const_iterator position)
-            : mMap(&map), mIter(position), mEnd(map.end())
-        {
-        }
+        OSAL_API ConstIterator(const ItemMap& map, ItemMap::const_iterator position);
         /// Creates an iterator at the position of `other`.
-        OSAL_INLINE ConstIterator(const ConstIterator& other) : mMap(nullptr), mIter(other.mIter), mEnd(other.mEnd)
-        {
-        }
-        OSAL_INLINE ~ConstIterator() {}
+        OSAL_API ConstIterator(const ConstIterator& other);
+        OSAL_API ~ConstIterator();
         /// Moves to the position of `other`.
-        OSAL_INLINE ConstIterator& operator=(const ConstIterator& other)
-        {
-            mIter = other.mIter;
-            mEnd = other.mEnd;
-            return *this;
-        }
+        OSAL_API ConstIterator& operator=(const ConstIterator& other);
 
         /// Moves to the next entry. Does nothing at the end position.
-        OSAL_INLINE ConstIterator& operator++()
-        {
-            if (mIter != mEnd) {
-                ++mIter;
-            }
-            return *this;
-        }
+        OSAL_API ConstIterator& operator++();
         /// Moves to the next entry, and returns the new position as `++it` does, **not the old position**.
-        OSAL_INLINE ConstIterator operator++(int) { return ++*this; }
+        OSAL_API ConstIterator operator++(int);
         /// Returns the iterator itself, so that `(*it).Key()` is `it.Key()`.
-        OSAL_INLINE ConstIterator& operator*() { return *this; }
+        OSAL_API ConstIterator& operator*();
 
         /// Returns the key of the entry; an empty string at the end position.
-        OSAL_INLINE const std::string& Key() const { return mIter != mEnd ? mIter->first : EmptyKey(); }
+        OSAL_API const std::string& Key() const;
         /// Returns the item of the entry; an empty pointer at the end position. Copies of the pointer keep the
         /// item alive.
-        OSAL_INLINE const std::shared_ptr<MetaItem>& Value() const
-        {
-            return mIter != mEnd ? mIter->second : EmptyValue();
-        }
+        OSAL_API const std::shared_ptr<MetaItem>& Value() const;
 
         /// Returns true for the same position. Both iterators must belong to the same container.
-        OSAL_INLINE bool operator==(const ConstIterator& other) const { return mIter == other.mIter; }
+        OSAL_API bool operator==(const ConstIterator& other) const;
         /// Returns false for the same position. Both iterators must belong to the same container.
-        OSAL_INLINE bool operator!=(const ConstIterator& other) const { return mIter != other.mIter; }
+        OSAL_API bool operator!=(const ConstIterator& other) const;
 
     private:
         friend class MediaMeta;
@@ -341,21 +322,9 @@ public:
 
     /// Returns the position of the first entry, or End() if there is none. **Although const, it must not run at
     /// the same time as another call**: it keeps a copy of the iterator in the container.
-    OSAL_INLINE ConstIterator Begin() const
-    {
-        if (!mBeginIter || mBeginIter->mIter != mItems.begin()) {
-            Keep(mBeginIter, mItems.begin());
-        }
-        return *mBeginIter;
-    }
+    OSAL_API ConstIterator Begin() const;
     /// Returns the position behind the last entry. As Begin(), it must not run at the same time as another call.
-    OSAL_INLINE ConstIterator End() const
-    {
-        if (!mEndIter) {  // the end position never changes
-            Keep(mEndIter, mItems.end());
-        }
-        return *mEndIter;
-    }
+    OSAL_API ConstIterator End() const;
 
     /// Writes every entry to the log at debug priority. An entry of META_TYPE_NONE is written without its key.
     /// 8-bit, 16-bit and unsigned integers and unknown types are reported as unknown items at error priority,
@@ -392,5 +361,74 @@ private:
     mutable std::unique_ptr<ConstIterator> mBeginIter;
     mutable std::unique_ptr<ConstIterator> mEndIter;
 };
+
+// Inline for speed: iteration is mostly these operations.
+
+OSAL_INLINE MediaMeta::ConstIterator::ConstIterator(const ItemMap& map, ItemMap::const_iterator position)
+    : mMap(&map), mIter(position), mEnd(map.end())
+{
+}
+
+OSAL_INLINE MediaMeta::ConstIterator::ConstIterator(const ConstIterator& other)
+    : mMap(nullptr), mIter(other.mIter), mEnd(other.mEnd)
+{
+}
+
+OSAL_INLINE MediaMeta::ConstIterator::~ConstIterator() {}
+
+OSAL_INLINE MediaMeta::ConstIterator& MediaMeta::ConstIterator::operator=(const ConstIterator& other)
+{
+    mIter = other.mIter;
+    mEnd = other.mEnd;
+    return *this;
+}
+
+OSAL_INLINE MediaMeta::ConstIterator& MediaMeta::ConstIterator::operator++()
+{
+    if (mIter != mEnd) {
+        ++mIter;
+    }
+    return *this;
+}
+
+OSAL_INLINE MediaMeta::ConstIterator MediaMeta::ConstIterator::operator++(int) { return ++*this; }
+
+OSAL_INLINE MediaMeta::ConstIterator& MediaMeta::ConstIterator::operator*() { return *this; }
+
+OSAL_INLINE const std::string& MediaMeta::ConstIterator::Key() const
+{
+    return mIter != mEnd ? mIter->first : EmptyKey();
+}
+
+OSAL_INLINE const std::shared_ptr<MediaMeta::MetaItem>& MediaMeta::ConstIterator::Value() const
+{
+    return mIter != mEnd ? mIter->second : EmptyValue();
+}
+
+OSAL_INLINE bool MediaMeta::ConstIterator::operator==(const ConstIterator& other) const
+{
+    return mIter == other.mIter;
+}
+
+OSAL_INLINE bool MediaMeta::ConstIterator::operator!=(const ConstIterator& other) const
+{
+    return mIter != other.mIter;
+}
+
+OSAL_INLINE MediaMeta::ConstIterator MediaMeta::Begin() const
+{
+    if (!mBeginIter || mBeginIter->mIter != mItems.begin()) {
+        Keep(mBeginIter, mItems.begin());
+    }
+    return *mBeginIter;
+}
+
+OSAL_INLINE MediaMeta::ConstIterator MediaMeta::End() const
+{
+    if (!mEndIter) {  // the end position never changes
+        Keep(mEndIter, mItems.end());
+    }
+    return *mEndIter;
+}
 
 }  // namespace osal

@@ -213,7 +213,6 @@ bool MediaMeta::GetDouble(const char* key, double& value) const { return GetPlai
 bool MediaMeta::GetPointer(const char* key, void*& value) const { return GetPlain(mItems, key, value); }
 bool MediaMeta::GetFraction(const char* key, Fraction& value) const { return GetPlain(mItems, key, value); }
 bool MediaMeta::GetRect(const char* key, Rect& value) const { return GetPlain(mItems, key, value); }
-bool MediaMeta::GetByteBuffer(const char* key, ByteBuffer& value) const { return GetPlain(mItems, key, value); }
 
 bool MediaMeta::GetFraction(const char* key, int32_t& num, int32_t& den) const
 {
@@ -236,6 +235,16 @@ bool MediaMeta::GetRect(const char* key, int32_t& a, int32_t& b, int32_t& c, int
     b = value.b;
     c = value.c;
     d = value.d;
+    return true;
+}
+
+bool MediaMeta::GetByteBuffer(const char* key, ByteBuffer& value) const
+{
+    const Item* item = FindItem(mItems, key, META_TYPE_BYTE_BUFFER);
+    if (item == nullptr) {
+        return false;
+    }
+    value = item->mValue.byteBufferValue;
     return true;
 }
 

@@ -1,5 +1,5 @@
-// This source holds the library's copies of the operations that are inline in the header.
-#define OSAL_INLINE __attribute__((used, visibility("default"))) inline
+// Here the operations that the header defines are not inline, so that the library exports them.
+#define OSAL_INLINE
 #include "osal/media_meta.h"
 
 #include "media_meta_internal.h"
