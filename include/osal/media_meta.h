@@ -127,7 +127,7 @@ public:
             void* pointerValue;  ///< For META_TYPE_POINTER: an address that the item does not own.
             char* stringValue;  ///< For META_TYPE_STRING: from strdup(). Null if a parcel had no string for the
                                 ///< entry.
-            ByteBuffer byteBufferValue;  ///< For META_TYPE_BYTE_BUFFER: `data` is from new[].
+            ByteBuffer byteBufferValue;  ///< For META_TYPE_BYTE_BUFFER: `data` is from new[], or null.
             Fraction fractionValue;  ///< For META_TYPE_FRACTION.
             Rect rectValue;  ///< For META_TYPE_RECT.
         } mValue;  ///< The value, unless `mType` is META_TYPE_OBJECT.
@@ -296,11 +296,13 @@ public:
     bool GetString(const char* key, const char*& value) const;
     /// Sets `data` to the entry's own bytes, which the caller must not free. The bytes are valid until bytes are
     /// set under the key again or the item is released. Writing to them changes the stored bytes. `size` gets only
-    /// the low 32 bits of the size: use the other form for byte buffers of 2 GiB and more.
+    /// the low 32 bits of the size: use the other form for byte buffers of 2 GiB and more. Sets null and 0 if the
+    /// entry came from a parcel, which carries no bytes.
     bool GetByteBuffer(const char* key, uint8_t*& data, int32_t& size) const;
     /// As the other form, with the size in 64 bits.
     bool GetByteBuffer(const char* key, ByteBuffer& value) const;
-    /// Sets `value` to a new reference to the object, and releases the object that `value` held before.
+    /// Sets `value` to a new reference to the object, and releases the object that `value` held before. `value`
+    /// becomes empty if the entry has no object.
     bool GetObject(const char* key, std::shared_ptr<MetaBase>& value) const;
 
     /// @}
@@ -326,9 +328,9 @@ public:
     /// Returns the position behind the last entry. As Begin(), it must not run at the same time as another call.
     OSAL_API ConstIterator End() const;
 
-    /// Writes every entry to the log at debug priority. An entry of META_TYPE_NONE is written without its key.
-    /// 8-bit, 16-bit and unsigned integers and unknown types are reported as unknown items at error priority,
-    /// without their values.
+    /// Writes every entry to the log at debug priority. An entry of META_TYPE_NONE is written without its key. A
+    /// string entry without a string is written as "(null)". 8-bit, 16-bit and unsigned integers and unknown types
+    /// are reported as unknown items at error priority, without their values.
     void Dump() const;
 
     /// Appends the whole container to a parcel. 32-bit and 64-bit signed integers, addresses, floating-point

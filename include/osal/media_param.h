@@ -65,7 +65,8 @@ public:
     /// Makes this parcel a copy of `other` that reads from the start. Strings are copied, objects are shared.
     /// `other` keeps its read positions. Null logs an error and changes nothing. A copy onto itself changes
     /// nothing, not even the read positions. An `other` with a capacity of 0 logs an error and leaves this parcel
-    /// empty with a capacity of 0: all its fixed-size writes and reads fail.
+    /// empty with a capacity of 0: all its fixed-size writes and reads fail. The same happens if the platform
+    /// refuses to copy the bytes.
     void Copy(const MediaParam* other);
 
     /// @name Writing fixed-size values

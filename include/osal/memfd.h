@@ -19,8 +19,8 @@ namespace osal {
 OSAL_API int MemfdCreateRegion(std::string name, unsigned long size);
 
 /// Write-protects a region permanently, in every process that has it. `prot` has the bits of mmap(): PROT_READ,
-/// PROT_WRITE, PROT_EXEC. If `prot` includes PROT_WRITE, the function changes nothing, logs a debug line and
-/// returns 0.
+/// PROT_WRITE, PROT_EXEC. For a valid region and a positive `prot` with PROT_WRITE, the function changes nothing,
+/// logs a debug line and returns 0.
 ///
 /// **A write-protected region can still be resized, and existing writable mappings stay writable.** Unmap these
 /// mappings before this call, and add the seals F_SEAL_SHRINK and F_SEAL_GROW after it.

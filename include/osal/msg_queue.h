@@ -24,7 +24,7 @@ namespace osal {
 ///   RemoveMsg() does not wait for a HandleMsg() that is running.
 /// - No thread is in Wait() of the handler.
 ///
-/// For a handler with one message and one waiter, all of this is true when Wait() returns, if HandleMsg() calls
+/// For a handler with one message and one waiter, the return of Wait() is enough, if HandleMsg() calls
 /// NotifyFinished() as its last action.
 ///
 /// The order of the virtual operations is part of the binary interface.
@@ -92,8 +92,8 @@ private:
 ///   itself must not call the same queue.
 /// - Units: delays are nanoseconds on the monotonic clock. Keep delays below 2^63 ns (292 years): a message whose
 ///   due time does not fit into 64 bits is due at once, at any place among the messages that are due.
-/// - Results: 0 or a negated Linux error number. If memory runs out, QueueMsg() and Start() throw std::bad_alloc
-///   and leave the queue unchanged. No other operation throws.
+/// - Results: 0 or a negated Linux error number. If memory runs out, QueueMsg() throws std::bad_alloc, and Start()
+///   throws it or returns -12: the queue is unchanged. No other operation throws.
 ///
 /// ```cpp
 /// osal::MsgQueue queue;
