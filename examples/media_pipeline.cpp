@@ -2,7 +2,11 @@
 //
 //   WAV file -> description (MediaMeta) -> parcel (MediaParam) -> player -> one message a buffer (MsgQueue)
 //            -> samples (memory-file region, write-protected) ----------------------> sink process -> WAV file
+//
+// Samples of every format are passed on unchanged, a compressed one block by block. The output appears complete or
+// not at all, also when an interrupt ends the two processes.
 
+#include "output.h"
 #include "report.h"
 #include "sink.h"
 #include "wav.h"
@@ -37,37 +41,46 @@ struct Options {
 
 [[noreturn]] void Fail(const std::string& what) { throw std::runtime_error(what); }
 
+// Bad arguments.
+class UsageError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
 Options ParseOptions(int argc, char** argv)
 {
-    const option longOptions[] = {{"speed", required_argument, nullptr, 's'},
+    const option longOptions[] = {{"help", no_argument, nullptr, 'h'},
+                                  {"speed", required_argument, nullptr, 's'},
                                   {"out", required_argument, nullptr, 'o'},
                                   {nullptr, 0, nullptr, 0}};
-    const auto usage = [argv] {
-        fprintf(stderr,
-                "usage: %s [FILE.wav | -] [--speed N] [--out FILE.wav]\n"
-                "  -          read standard input to its end, then play\n"
-                "  --speed N  N times as fast, 0.001 to 1000000; 0: as fast as it can\n"
-                "  --out      where the sink keeps the samples\n",
-                argv[0]);
-        exit(2);
-    };
     Options options;
     for (int c = 0; (c = getopt_long(argc, argv, "", longOptions, nullptr)) != -1;) {
+        if (c == 'h') {
+            puts(
+                "usage: media_pipeline [FILE.wav | -] [--speed N] [--out FILE.wav]\n"
+                "  -          read standard input to its end, then play\n"
+                "  --speed N  N times as fast, 0.001 to 1000000; 0: as fast as it can\n"
+                "  --out      where the sink keeps the samples");
+            exit(0);
+        }
         if (c == 'o') {
             options.output = optarg;
+            if (options.output.empty()) {
+                throw UsageError("--out takes the name of a file");
+            }
         } else if (c == 's') {
             char* end = nullptr;
             options.speed = strtod(optarg, &end);
             if (end == optarg || *end != '\0' ||
                 !(options.speed == 0 || (options.speed >= 1e-3 && options.speed <= 1e6))) {
-                usage();
+                throw UsageError("--speed takes 0, or 0.001 to 1000000");
             }
         } else {
-            usage();
+            exit(2);  // getopt_long() has said why
         }
     }
     if (argc - optind > 1) {
-        usage();
+        throw UsageError("there is one input, or none");
     }
     if (optind < argc) {
         options.input = argv[optind];
@@ -86,20 +99,25 @@ Bytes ReadAll(const std::string& path)
         bytes.resize(size + (1 << 20));
         got = file ? fread(bytes.data() + size, 1, bytes.size() - size, file.get()) : 0;
         bytes.resize(size + got);
-    } while (got > 0);
+    } while (got > 0 && bytes.size() <= INT32_MAX);
+    if (bytes.size() > INT32_MAX) {
+        throw WavError("it is larger than 2 GiB");
+    }
     if (!file || ferror(file.get()) != 0) {
         throw WavError(strerror(errno));
     }
     return bytes;
 }
 
-// The samples in shared memory that nobody can write to any more. As a MetaBase it can stand in a container,
-// as a MediaRefBase it can travel in a parcel.
-class SampleRegion : public osal::MediaMeta::MetaBase, public osal::MediaRefBase {
+// The file to be written, in shared memory that nobody can write to any more. As a MetaBase it can stand in a
+// container, as a MediaRefBase it can travel in a parcel.
+class FileRegion : public osal::MediaMeta::MetaBase, public osal::MediaRefBase {
 public:
-    explicit SampleRegion(const WavFile& wav) : mFmtChunk(wav.fmtChunk)
+    explicit FileRegion(const WavFile& wav)
     {
-        const size_t sizeBytes = wav.samples.size();
+        const Bytes header = WavHeader(wav.formatChunks, wav.samples.size());
+        const size_t sizeBytes = header.size() + wav.samples.size() + wav.samples.size() % 2;
+        mHeaderBytes = header.size();
         mFd = osal::MemfdCreateRegion("samples", sizeBytes);
         if (mFd < 0 || osal::MemfdGetRegionSize(mFd) < 0) {
             throw WavError("its samples do not fit into a region");
@@ -108,7 +126,8 @@ public:
         if (mapping == MAP_FAILED) {
             Fail("cannot map the region");
         }
-        memcpy(mapping, wav.samples.data(), sizeBytes);
+        memcpy(mapping, header.data(), header.size());
+        memcpy(static_cast<uint8_t*>(mapping) + header.size(), wav.samples.data(), wav.samples.size());
         munmap(mapping, sizeBytes);
         // The sink maps the region: nobody may pull it away under the mapping either.
         if (osal::MemfdSetProtRegion(mFd, PROT_READ) != 0 ||
@@ -116,14 +135,14 @@ public:
             Fail("cannot write-protect the region");
         }
     }
-    ~SampleRegion() override { close(mFd); }
+    ~FileRegion() override { close(mFd); }
 
     int Fd() const { return mFd; }
-    const Bytes& FmtChunk() const { return mFmtChunk; }
+    size_t HeaderBytes() const { return mHeaderBytes; }
 
 private:
     int mFd;
-    Bytes mFmtChunk;
+    size_t mHeaderBytes;
 };
 
 // What is known of the stream and travels in a parcel.
@@ -132,13 +151,13 @@ std::shared_ptr<osal::MediaMeta> Describe(const WavFile& wav)
     const std::map<std::string, const char*> names{
         {"INAM", "title"}, {"IART", "artist"}, {"ICMT", "comment"}, {"ICRD", "date"}, {"ISFT", "encoder"}};
     auto meta = osal::MediaMeta::Create();
-    meta->SetString("mime", wav.isFloat ? "audio/x-raw-float" : "audio/x-raw-int");
+    meta->SetString("format", FormatName(wav.formatTag).c_str());
     meta->SetInt32("channels", wav.channels);
-    meta->SetInt32("sample-rate", wav.sampleRate);
     meta->SetInt32("bits-per-sample", wav.bitsPerSample);
-    meta->SetInt32("frame-bytes", wav.frameBytes);
+    meta->SetInt64("sample-rate", wav.samplesPerSecond);
+    meta->SetInt32("block-bytes", wav.blockBytes);
+    meta->SetFraction("blocks-per-second", wav.blockRateNum, wav.blockRateDen);
     meta->SetInt64("sample-bytes", static_cast<int64_t>(wav.samples.size()));
-    meta->SetFraction("frames-per-buffer", wav.sampleRate, static_cast<int32_t>(BUFFERS_PER_SECOND));
     for (const auto& [id, text] : wav.info) {
         const auto name = names.find(id);
         meta->SetString(name != names.end() ? name->second : ("info:" + id).c_str(), text.c_str());
@@ -153,84 +172,75 @@ public:
     Player(const osal::MediaParam& parcel, Sink& sink, double speed) : mSink(sink), mSpeed(speed)
     {
         const auto meta = osal::MediaMeta::Create();
-        osal::MediaMeta::Fraction framesPerBuffer{};
-        if (!meta->ReadFromMediaParam(&parcel) || !meta->GetFraction("frames-per-buffer", framesPerBuffer) ||
-            !meta->GetInt32("frame-bytes", mFrameBytes) || !meta->GetInt64("sample-bytes", mSampleBytes)) {
+        osal::MediaMeta::Fraction blocksPerSecond{};
+        int32_t blockBytes = 0;
+        if (!meta->ReadFromMediaParam(&parcel) || !meta->GetFraction("blocks-per-second", blocksPerSecond) ||
+            !meta->GetInt32("block-bytes", blockBytes) || !meta->GetInt64("sample-bytes", mSampleBytes)) {
             Fail("the description did not arrive");
         }
-        mSampleRate = framesPerBuffer.num;
-        mFrames = mSampleBytes / mFrameBytes;
-        mBuffers = (mFrames * BUFFERS_PER_SECOND + mSampleRate - 1) / mSampleRate;
-        mRegion = std::dynamic_pointer_cast<SampleRegion>(parcel.ReadPointer());
+        mRegion = std::dynamic_pointer_cast<FileRegion>(parcel.ReadPointer());
         if (!mRegion) {
             Fail("the samples did not arrive");
         }
-        mSink.SendRegion(mRegion->Fd(), mRegion->FmtChunk());
-        mLatenessUs.reserve(static_cast<size_t>(mBuffers));
+        // A block of a compressed format may last longer than a buffer should.
+        const int64_t blocks =
+            std::max<int64_t>(1, blocksPerSecond.num / (blocksPerSecond.den * BUFFERS_PER_SECOND));
+        mBufferBytes = blocks * blockBytes;
+        mBytesPerSecond = static_cast<double>(blocksPerSecond.num) / blocksPerSecond.den * blockBytes;
+        mLatenessUs.reserve(static_cast<size_t>((mSampleBytes + mBufferBytes - 1) / mBufferBytes));
     }
 
-    // Blocks until the last buffer is released. False when the sink is gone.
-    bool Play()
+    void Start()
     {
+        mSink.SendRegion(mRegion->Fd());
+        mSink.SendBuffer(mRegion->HeaderBytes());
         if (mQueue.Start("player", osal::Thread::PRIORITY_DEFAULT) != 0) {
             Fail("no thread to play on");
         }
         mStartUs = osal::GetTimeUsBoot();
         QueueNext();
-        Wait();
-        mQueue.Stop();
-        return !mFailed;
     }
 
-    double TotalSeconds() const { return static_cast<double>(mFrames) / mSampleRate; }
-    double DoneSeconds() const { return static_cast<double>(mNext) / BUFFERS_PER_SECOND; }
-    const std::vector<int64_t>& LatenessUs() const { return mLatenessUs; }
+    double TotalSeconds() const { return static_cast<double>(mSampleBytes) / mBytesPerSecond; }
+    double DoneSeconds() const { return static_cast<double>(mDoneBytes) / mBytesPerSecond; }
+    const std::vector<int64_t>& LatenessUs() const { return mLatenessUs; }  // one number a buffer
 
 private:
     void HandleMsg(int32_t& /*arg*/) override
     {
         mLatenessUs.push_back(osal::GetTimeUsBoot() - mDueUs);
-        const int64_t begin = FirstFrame(mNext) * mFrameBytes;
-        const int64_t end = FirstFrame(mNext + 1) * mFrameBytes;
-        mFailed = !mSink.SendBuffer(static_cast<uint64_t>(begin), static_cast<uint64_t>(end - begin));
-        ++mNext;
-        if (mFailed || mNext == mBuffers) {
-            NotifyFinished();
-            return;
+        const int64_t end = std::min(mSampleBytes, mDoneBytes + mBufferBytes);
+        const bool isLast = end == mSampleBytes;
+        const int64_t padding = isLast ? mSampleBytes % 2 : 0;
+        if (!mSink.SendBuffer(static_cast<uint64_t>(end - mDoneBytes + padding))) {
+            return;  // who waits for the sink knows more
         }
-        QueueNext();
+        mDoneBytes = end;
+        if (isLast) {
+            NotifyFinished();
+        } else {
+            QueueNext();
+        }
     }
 
     // Due times count from the start, so that lateness does not add up.
     void QueueNext()
     {
         const int64_t nowUs = osal::GetTimeUsBoot();
-        const double presentationUs = static_cast<double>(mNext) * 1e6 / BUFFERS_PER_SECOND;
-        mDueUs = mSpeed > 0 ? mStartUs + static_cast<int64_t>(presentationUs / mSpeed) : nowUs;
+        mDueUs = mSpeed > 0 ? mStartUs + static_cast<int64_t>(DoneSeconds() * 1e6 / mSpeed) : nowUs;
         const uint64_t delayNs = mDueUs > nowUs ? static_cast<uint64_t>(mDueUs - nowUs) * NS_PER_US : 0;
-        if (mQueue.QueueMsg(this, delayNs) != 0) {
-            mFailed = true;
-            NotifyFinished();  // or Play() would wait for ever
-        }
-    }
-
-    int64_t FirstFrame(int64_t buffer) const
-    {
-        return std::min(mFrames, buffer * mSampleRate / BUFFERS_PER_SECOND);
+        mQueue.QueueMsg(this, delayNs);  // refused only while the queue is stopped, because the sink is gone
     }
 
     Sink& mSink;
     const double mSpeed;
-    std::shared_ptr<SampleRegion> mRegion;
-    int32_t mFrameBytes = 0;
+    std::shared_ptr<FileRegion> mRegion;
     int64_t mSampleBytes = 0;
-    int32_t mSampleRate = 0;
-    int64_t mFrames = 0;
-    int64_t mBuffers = 0;
+    int64_t mBufferBytes = 0;
+    double mBytesPerSecond = 0;
     int64_t mStartUs = 0;
     int64_t mDueUs = 0;
-    std::atomic<int64_t> mNext{0};  // read by the progress bar
-    bool mFailed = false;
+    std::atomic<int64_t> mDoneBytes{0};  // read by the progress bar
     std::vector<int64_t> mLatenessUs;
     osal::MsgQueue mQueue;  // last, so that its worker ends before what it uses
 };
@@ -270,12 +280,13 @@ void Run(const Options& options)
     const WavFile wav = ParseWav(ReadAll(options.input));
     Sink sink(options.output);
 
-    const auto region = std::make_shared<SampleRegion>(wav);
+    const auto region = std::make_shared<FileRegion>(wav);
     const auto description = Describe(wav);
 
     // For the log: with what stays on this side, a copy that shares the description's numbers.
     const auto everything = description->Copy();
-    everything->SetByteBuffer("wav-fmt", {wav.fmtChunk.size(), const_cast<uint8_t*>(wav.fmtChunk.data())});
+    everything->SetByteBuffer("format-chunks",
+                              {wav.formatChunks.size(), const_cast<uint8_t*>(wav.formatChunks.data())});
     everything->SetObject("region", region);
     everything->Dump();
 
@@ -286,37 +297,41 @@ void Run(const Options& options)
     parcel.WritePointer(region);
 
     Player player(parcel, sink, options.speed);
-    bool played = false;
+    Sink::Report report{};
     {
         const Progress progress(player);
-        played = player.Play();
+        player.Start();
+        report = sink.WaitForReport();
+        player.Wait();
     }
-    const Sink::Report report = sink.Finish();
-    if (!played || report.bytes != wav.samples.size()) {
-        Fail("the sink did not get all samples");
-    }
-    if (report.writableMapErrno == 0) {
-        Fail("the sink could map the region writable");
-    }
-    printf("played %s: %.2f s, %d Hz, %d channel(s), %d bit%s\n", options.input.c_str(), player.TotalSeconds(),
-           wav.sampleRate, wav.channels, wav.bitsPerSample, wav.isFloat ? " float" : "");
-    printf("  %llu buffers, %llu bytes%s%s\n", static_cast<unsigned long long>(report.buffers),
-           static_cast<unsigned long long>(report.bytes), options.output.empty() ? ", not kept" : " -> ",
-           options.output.c_str());
-    printf("  region write-protected: the sink's writable mapping was refused (%s)\n",
-           strerror(report.writableMapErrno));
-    fputs(LatenessReport(player.LatenessUs()).c_str(), stdout);
+    FILE* const to = IsStandardOutput(options.output) ? stderr : stdout;
+    fprintf(to, "played %s: %.2f s, %s, %u Hz, %d channel(s)", options.input.c_str(), player.TotalSeconds(),
+            FormatName(wav.formatTag).c_str(), wav.samplesPerSecond, wav.channels);
+    fprintf(to, wav.bitsPerSample > 0 ? ", %d bit\n" : "\n", wav.bitsPerSample);
+    fprintf(to, "  %zu buffers, %zu bytes%s%s\n", player.LatenessUs().size(), wav.samples.size(),
+            options.output.empty() ? ", not kept" : " -> ", options.output.c_str());
+    fprintf(to, "  region write-protected: the sink's writable mapping was refused (%s)\n",
+            strerror(report.writableMapErrno));
+    fputs(LatenessReport(player.LatenessUs()).c_str(), to);
 }
 
 }  // namespace
 
 int main(int argc, char** argv)
 {
-    const Options options = ParseOptions(argc, argv);
+    Options options;
     try {
+        RemoveOutputOnInterrupt();
+        options = ParseOptions(argc, argv);
         Run(options);
+    } catch (const UsageError& error) {
+        fprintf(stderr, "media_pipeline: %s; see --help\n", error.what());
+        return 2;
     } catch (const WavError& error) {
         fprintf(stderr, "media_pipeline: %s: %s\n", options.input.c_str(), error.what());
+        return 1;
+    } catch (const std::bad_alloc&) {
+        fprintf(stderr, "media_pipeline: %s: it does not fit into memory\n", options.input.c_str());
         return 1;
     } catch (const std::exception& error) {
         fprintf(stderr, "media_pipeline: %s\n", error.what());

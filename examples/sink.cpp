@@ -1,5 +1,6 @@
 #include "sink.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
@@ -7,20 +8,15 @@
 #include <memory>
 #include <osal/memfd.h>
 #include <sys/mman.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
+#include <system_error>
 #include <unistd.h>
 
 namespace {
 
-constexpr size_t MAX_FMT_BYTES = 4096;
-
-struct BufferMessage {
-    uint64_t offset;
-    uint64_t sizeBytes;
-};
-
-[[noreturn]] void Fail(const std::string& what) { throw std::runtime_error(what + ": " + strerror(errno)); }
+[[noreturn]] void Fail(const std::string& what) { throw std::system_error(errno, std::generic_category(), what); }
 
 // Room for one descriptor beside a message.
 union DescriptorRoom {
@@ -30,16 +26,10 @@ union DescriptorRoom {
 
 // --- In the sink process
 
-struct Region {
-    int fd = -1;
-    Bytes fmtChunk;
-};
-
-Region ReceiveRegion(int socket)
+int ReceiveRegion(int socket)
 {
-    Region region;
-    region.fmtChunk.resize(MAX_FMT_BYTES);
-    iovec data{region.fmtChunk.data(), region.fmtChunk.size()};
+    char byte = 0;
+    iovec data{&byte, sizeof(byte)};
     DescriptorRoom room{};
     msghdr message{};
     message.msg_iov = &data;
@@ -51,56 +41,46 @@ Region ReceiveRegion(int socket)
     if (received <= 0 || head == nullptr || head->cmsg_level != SOL_SOCKET || head->cmsg_type != SCM_RIGHTS) {
         throw std::runtime_error("no region came");
     }
-    memcpy(&region.fd, CMSG_DATA(head), sizeof(region.fd));
-    region.fmtChunk.resize(static_cast<size_t>(received));
-    return region;
+    int fd = -1;
+    memcpy(&fd, CMSG_DATA(head), sizeof(fd));
+    return fd;
 }
 
-Sink::Report RunSink(int socket, const std::string& outPath)
+Sink::Report RunSink(int socket, const Output& output)
 {
-    const Region region = ReceiveRegion(socket);
-    const int regionSize = osal::MemfdGetRegionSize(region.fd);
+    const int region = ReceiveRegion(socket);
+    const int regionSize = osal::MemfdGetRegionSize(region);
     if (regionSize < 0) {
         throw std::runtime_error("what came is no region");
     }
     const auto sizeBytes = static_cast<size_t>(regionSize);
     Sink::Report report{};
-    if (mmap(nullptr, sizeBytes, PROT_READ | PROT_WRITE, MAP_SHARED, region.fd, 0) == MAP_FAILED) {
-        report.writableMapErrno = errno;
+    if (mmap(nullptr, sizeBytes, PROT_READ | PROT_WRITE, MAP_SHARED, region, 0) != MAP_FAILED) {
+        throw std::runtime_error("the region can be mapped writable");
     }
-    void* const mapping = mmap(nullptr, sizeBytes, PROT_READ, MAP_SHARED, region.fd, 0);
+    report.writableMapErrno = errno;
+    void* const mapping = mmap(nullptr, sizeBytes, PROT_READ, MAP_SHARED, region, 0);
     if (mapping == MAP_FAILED) {
         Fail("cannot map the region");
     }
-    const auto* samples = static_cast<const uint8_t*>(mapping);
+    const auto* bytes = static_cast<const uint8_t*>(mapping);
 
-    std::unique_ptr<FILE, int (*)(FILE*)> out(nullptr, fclose);
-    if (!outPath.empty()) {
-        out.reset(fopen(outPath.c_str(), "wb"));
-        if (!out) {
-            Fail(outPath);
+    std::unique_ptr<FILE, int (*)(FILE*)> out(output.Fd() >= 0 ? fdopen(output.Fd(), "wb") : nullptr, fclose);
+    while (report.bytes < sizeBytes) {
+        uint64_t partBytes = 0;
+        if (recv(socket, &partBytes, sizeof(partBytes), 0) != sizeof(partBytes)) {
+            throw std::runtime_error("the stream broke off");
         }
+        if (partBytes > sizeBytes - report.bytes) {
+            throw std::runtime_error("a buffer reaches beyond the region");
+        }
+        if (out && fwrite(bytes + report.bytes, 1, partBytes, out.get()) != partBytes) {
+            Fail(output.Path());
+        }
+        report.bytes += partBytes;
     }
-    const auto write = [&](const uint8_t* bytes, size_t size) {
-        if (out && fwrite(bytes, 1, size, out.get()) != size) {
-            Fail(outPath);
-        }
-    };
-    const Bytes header = WavHeader(region.fmtChunk, sizeBytes);
-    write(header.data(), header.size());
-    BufferMessage buffer{};
-    while (recv(socket, &buffer, sizeof(buffer), 0) == sizeof(buffer)) {
-        if (buffer.offset > sizeBytes || buffer.sizeBytes > sizeBytes - buffer.offset) {
-            throw std::runtime_error("a buffer lies outside the region");
-        }
-        write(samples + buffer.offset, buffer.sizeBytes);
-        ++report.buffers;
-        report.bytes += buffer.sizeBytes;
-    }
-    const uint8_t padding = 0;
-    write(&padding, report.bytes % 2);
     if (out && fclose(out.release()) != 0) {
-        Fail(outPath);
+        Fail(output.Path());
     }
     return report;
 }
@@ -109,7 +89,7 @@ Sink::Report RunSink(int socket, const std::string& outPath)
 
 // --- In the process of the pipeline
 
-Sink::Sink(const std::string& outPath)
+Sink::Sink(const std::string& outPath) : mOutput(outPath)
 {
     std::array<int, 2> sockets{};
     if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, sockets.data()) != 0) {
@@ -122,13 +102,17 @@ Sink::Sink(const std::string& outPath)
     }
     if (mProcess > 0) {
         close(sockets[1]);
+        close(mOutput.Fd());  // or a pipe would not end with the sink
         return;
     }
     close(sockets[0]);
+    prctl(PR_SET_PDEATHSIG, SIGTERM);  // also while a pipe that nobody reads blocks the sink
+    signal(SIGPIPE, SIG_IGN);  // a pipe that nobody reads any more is an error to report
     Report report{};
     try {
-        report = RunSink(sockets[1], outPath);
+        report = RunSink(sockets[1], mOutput);
     } catch (const std::exception& error) {
+        mOutput.Discard();  // the other process may be dead
         snprintf(report.error.data(), report.error.size(), "%s", error.what());
     }
     send(sockets[1], &report, sizeof(report), MSG_NOSIGNAL);
@@ -139,16 +123,15 @@ Sink::~Sink()
 {
     close(mSocket);
     if (mProcess > 0) {
+        kill(mProcess, SIGTERM);
         waitpid(mProcess, nullptr, 0);
     }
 }
 
-void Sink::SendRegion(int fd, const Bytes& fmtChunk)
+void Sink::SendRegion(int fd)
 {
-    if (fmtChunk.size() > MAX_FMT_BYTES) {
-        throw std::runtime_error("the format chunk is too long");
-    }
-    iovec data{const_cast<uint8_t*>(fmtChunk.data()), fmtChunk.size()};
+    char byte = 0;  // no message, no descriptor
+    iovec data{&byte, sizeof(byte)};
     DescriptorRoom room{};
     msghdr message{};
     message.msg_iov = &data;
@@ -160,32 +143,40 @@ void Sink::SendRegion(int fd, const Bytes& fmtChunk)
     head->cmsg_type = SCM_RIGHTS;
     head->cmsg_len = CMSG_LEN(sizeof(fd));
     memcpy(CMSG_DATA(head), &fd, sizeof(fd));
-    if (sendmsg(mSocket, &message, MSG_NOSIGNAL) < 0) {
+    // A sink that is gone already says why in its report.
+    if (sendmsg(mSocket, &message, MSG_NOSIGNAL) < 0 && errno != EPIPE) {
         Fail("cannot hand over the region");
     }
 }
 
-bool Sink::SendBuffer(uint64_t offset, uint64_t sizeBytes) noexcept
+bool Sink::SendBuffer(uint64_t sizeBytes) noexcept
 {
-    const BufferMessage buffer{offset, sizeBytes};
-    return send(mSocket, &buffer, sizeof(buffer), MSG_NOSIGNAL) == sizeof(buffer);
+    return send(mSocket, &sizeBytes, sizeof(sizeBytes), MSG_NOSIGNAL) == sizeof(sizeBytes);
 }
 
-Sink::Report Sink::Finish()
+Sink::Report Sink::WaitForReport()
 {
-    shutdown(mSocket, SHUT_WR);
     Report report{};
     ssize_t received = 0;
     do {  // a sink that gave up left messages unread, which is reported before its own
         received = recv(mSocket, &report, sizeof(report), 0);
     } while (received < 0 && errno == ECONNRESET);
-    waitpid(mProcess, nullptr, 0);
+    int status = 0;
+    waitpid(mProcess, &status, 0);
     mProcess = -1;
+    if (WIFSIGNALED(status)) {
+        const int signal = WTERMSIG(status);
+        if (std::find(INTERRUPTS.begin(), INTERRUPTS.end(), signal) != INTERRUPTS.end()) {
+            raise(signal);
+        }
+        throw std::runtime_error(std::string("the sink was ended: ") + strsignal(signal));
+    }
     if (received != sizeof(report)) {
         throw std::runtime_error("the sink died");
     }
     if (report.error[0] != '\0') {
         throw std::runtime_error(std::string("sink: ") + report.error.data());
     }
+    mOutput.Commit();
     return report;
 }

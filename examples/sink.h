@@ -1,19 +1,19 @@
 #pragma once
 
-#include "wav.h"
+#include "output.h"
 
 #include <array>
+#include <cstdint>
 #include <sys/types.h>
 
-// The far end of the pipeline: a process of its own that gets the samples as a memory-file region over a
-// UNIX socket and writes them, buffer by buffer, into a WAV file.
+// The far end of the pipeline: a process of its own that gets a file as a memory-file region over a UNIX socket
+// and writes it down, part by part, as the parts are released.
 class Sink {
 public:
     // What the sink process found and did.
     struct Report {
-        uint64_t buffers;
         uint64_t bytes;
-        int writableMapErrno;  // with which the system refused to map the region writable; 0 if it did not
+        int writableMapErrno;  // with which the system refused to map the region writable
         std::array<char, 256> error;  // why it gave up; empty if it did not
     };
 
@@ -25,14 +25,15 @@ public:
     Sink(const Sink&) = delete;
     Sink& operator=(const Sink&) = delete;
 
-    // Hands the region over, with the format of the samples in it.
-    void SendRegion(int fd, const Bytes& fmtChunk);
-    // Releases a part of the region to the sink. False when the sink is gone.
-    bool SendBuffer(uint64_t offset, uint64_t sizeBytes) noexcept;
-    // Ends the stream and waits for the sink process.
-    Report Finish();
+    void SendRegion(int fd);
+    // Releases the part of the region behind the one before. False when the sink is gone.
+    bool SendBuffer(uint64_t sizeBytes) noexcept;
+    // Blocks until the sink has written the whole region, and puts the output in its place. A sink that an
+    // interrupt ended takes this process with it.
+    Report WaitForReport();
 
 private:
+    Output mOutput;
     int mSocket;
     pid_t mProcess;
 };

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdio>
 
 namespace {
 
@@ -32,31 +33,31 @@ private:
 void ParseFormat(const Reader& fmt, WavFile& wav)
 {
     constexpr std::array<uint8_t, 14> guidTail{0, 0, 0, 0, 0x10, 0, 0x80, 0, 0, 0xAA, 0, 0x38, 0x9B, 0x71};
-    if (fmt.Size() < 16) {
+    if (fmt.Size() < 14) {
         throw WavError("its format chunk is too short");
     }
-    uint16_t tag = fmt.U16(0);
-    if (tag == FORMAT_EXTENSIBLE) {
-        if (fmt.Size() < 40 || fmt.Text(26, guidTail.size()) != std::string(guidTail.begin(), guidTail.end())) {
-            throw WavError("its extensible format is of no known kind");
-        }
-        tag = fmt.U16(24);
-    }
-    const uint16_t bits = fmt.U16(14);
-    const bool isPcm = tag == FORMAT_PCM && (bits == 8 || bits == 16 || bits == 24 || bits == 32);
-    wav.isFloat = tag == FORMAT_FLOAT && (bits == 32 || bits == 64);
-    if (!isPcm && !wav.isFloat) {
-        throw WavError("its format is neither PCM of 8, 16, 24 or 32 bits nor float of 32 or 64 (tag " +
-                       std::to_string(tag) + ", " + std::to_string(bits) + " bits)");
-    }
+    wav.formatTag = fmt.U16(0);
     wav.channels = fmt.U16(2);
-    wav.bitsPerSample = bits;
-    wav.frameBytes = wav.channels * bits / 8;
-    if (wav.channels == 0 || fmt.U32(4) == 0 || fmt.U32(4) > INT32_MAX || fmt.U16(12) != wav.frameBytes) {
-        throw WavError("its format chunk contradicts itself");
+    wav.samplesPerSecond = fmt.U32(4);
+    wav.blockBytes = fmt.U16(12);
+    wav.bitsPerSample = fmt.Size() >= 16 ? fmt.U16(14) : uint16_t{0};
+    if (wav.formatTag == FORMAT_EXTENSIBLE && fmt.Size() >= 40 &&
+        fmt.Text(26, guidTail.size()) == std::string(guidTail.begin(), guidTail.end())) {
+        wav.formatTag = fmt.U16(24);
     }
-    wav.sampleRate = static_cast<int32_t>(fmt.U32(4));
-    wav.fmtChunk = fmt.Copy();
+    if (wav.blockBytes == 0) {
+        throw WavError("its header states no block size");
+    }
+    // Where a block is one sample of every channel, the sampling rate is exact, and the bytes per second that
+    // encoders write beside it are often wrong.
+    const bool isPlain = wav.formatTag == FORMAT_PCM || wav.formatTag == FORMAT_FLOAT;
+    const uint32_t rate = isPlain ? wav.samplesPerSecond : fmt.U32(8);
+    if (rate == 0 || rate > INT32_MAX) {
+        throw WavError("its header states no usable rate (" + std::to_string(rate) +
+                       (isPlain ? " samples" : " bytes") + " per second)");
+    }
+    wav.blockRateNum = static_cast<int32_t>(rate);
+    wav.blockRateDen = isPlain ? 1 : wav.blockBytes;
 }
 
 // Texts of a file go into logs and to terminals.
@@ -90,6 +91,15 @@ void AppendU32(Bytes& bytes, uint64_t value)
     }
 }
 
+void AppendChunk(Bytes& bytes, const std::string& id, const Reader& chunk)
+{
+    const Bytes body = chunk.Copy();
+    Append(bytes, id);
+    AppendU32(bytes, body.size());
+    bytes.insert(bytes.end(), body.begin(), body.end());
+    bytes.resize(bytes.size() + body.size() % 2);
+}
+
 }  // namespace
 
 WavFile ParseWav(const Bytes& bytes)
@@ -103,6 +113,7 @@ WavFile ParseWav(const Bytes& bytes)
     }
     const bool isSizeKnown = file.U32(4) == file.Size() - 8;
     WavFile wav;
+    bool hasFact = false;
     size_t position = 12;
     while (position + 8 <= file.Size()) {
         const std::string id = file.Text(position, 4);
@@ -112,27 +123,31 @@ WavFile ParseWav(const Bytes& bytes)
             id == "data" && ((size == 0 && !isSizeKnown) || (size >= UNKNOWN_SIZE && size > left));
         if (isStreamed) {
             size = left;
+        } else if (size > left && !wav.samples.empty()) {
+            break;  // tags of other kinds are common behind the samples
         } else if (size > left) {
             throw WavError("it is truncated: chunk '" + Printable(id) + "' has " + std::to_string(left) + " of " +
                            std::to_string(size) + " bytes");
         }
         const Reader chunk = file.Part(position + 8, size);
-        if ((id == "fmt " && !wav.fmtChunk.empty()) || (id == "data" && !wav.samples.empty())) {
+        if ((id == "fmt " && wav.blockBytes != 0) || (id == "data" && !wav.samples.empty())) {
             throw WavError("it has its chunk '" + id + "' twice");
         }
         if (id == "fmt ") {
             ParseFormat(chunk, wav);
+            AppendChunk(wav.formatChunks, id, chunk);
+        } else if (id == "fact" && !hasFact) {
+            AppendChunk(wav.formatChunks, id, chunk);
+            hasFact = true;
         } else if (id == "LIST") {
             ParseInfo(chunk, wav);
         } else if (id == "data") {
-            if (wav.frameBytes == 0) {
+            if (wav.blockBytes == 0) {
                 throw WavError("its samples come without a format");
             }
-            const size_t cutOff = size % static_cast<size_t>(wav.frameBytes);
-            if (cutOff != 0 && !isStreamed) {
-                throw WavError("its last sample frame is not whole");
-            }
-            wav.samples = chunk.Part(0, size - cutOff).Copy();
+            // A stream may break off anywhere. What was written in full may end in a shorter block.
+            wav.samples =
+                chunk.Part(0, isStreamed ? size - size % static_cast<size_t>(wav.blockBytes) : size).Copy();
         }
         position += 8 + size + size % 2;
     }
@@ -142,16 +157,28 @@ WavFile ParseWav(const Bytes& bytes)
     return wav;
 }
 
-Bytes WavHeader(const Bytes& fmtChunk, uint64_t sampleBytes)
+std::string FormatName(uint16_t formatTag)
 {
-    const uint64_t fmtPadded = fmtChunk.size() + fmtChunk.size() % 2;
+    const std::map<uint16_t, const char*> names{
+        {FORMAT_PCM, "PCM"}, {0x02, "MS ADPCM"}, {FORMAT_FLOAT, "IEEE float"}, {0x06, "A-law"}, {0x07, "mu-law"},
+        {0x11, "IMA ADPCM"}, {0x31, "GSM 6.10"}, {0x40, "G.721 ADPCM"},        {0x50, "MPEG"},  {0x55, "MP3"},
+        {0xFF, "AAC"}};
+    const auto name = names.find(formatTag);
+    if (name != names.end()) {
+        return name->second;
+    }
+    std::array<char, sizeof("format 0x0000")> text{};
+    snprintf(text.data(), text.size(), "format 0x%04X", formatTag);
+    return text.data();
+}
+
+Bytes WavHeader(const Bytes& formatChunks, uint64_t sampleBytes)
+{
     Bytes header;
     Append(header, "RIFF");
-    AppendU32(header, 4 + 8 + fmtPadded + 8 + sampleBytes + sampleBytes % 2);
-    Append(header, "WAVEfmt ");
-    AppendU32(header, fmtChunk.size());
-    header.insert(header.end(), fmtChunk.begin(), fmtChunk.end());
-    header.resize(header.size() + fmtChunk.size() % 2);
+    AppendU32(header, 4 + formatChunks.size() + 8 + sampleBytes + sampleBytes % 2);
+    Append(header, "WAVE");
+    header.insert(header.end(), formatChunks.begin(), formatChunks.end());
     Append(header, "data");
     AppendU32(header, sampleBytes);
     return header;

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-// RIFF/WAVE files: PCM of 8, 16, 24 and 32 bits and IEEE floats of 32 and 64, plain or extensible.
+// RIFF/WAVE files of any sample format, known or not: the samples are blocks of one size at one rate.
 
 using Bytes = std::vector<uint8_t>;
 
@@ -17,19 +17,25 @@ public:
 };
 
 struct WavFile {
-    int32_t channels = 0;
-    int32_t sampleRate = 0;
-    int32_t bitsPerSample = 0;
-    int32_t frameBytes = 0;  // of one sample of every channel
-    bool isFloat = false;
-    Bytes fmtChunk;  // as it stands in the file
+    uint16_t formatTag = 0;  // within the extensible format, if it has one of the plain kinds
+    uint16_t channels = 0;
+    uint16_t bitsPerSample = 0;  // 0 in some compressed formats
+    uint32_t samplesPerSecond = 0;  // of each channel
+    // One block is a sample of every channel, or what a compressed format cannot divide.
+    int32_t blockBytes = 0;
+    int32_t blockRateNum = 0;  // blocks per second, a fraction
+    int32_t blockRateDen = 0;
+    Bytes formatChunks;  // 'fmt ' and 'fact' as they stand in the file
     std::map<std::string, std::string> info;  // LIST INFO: four-letter id to text
-    Bytes samples;  // whole frames
+    Bytes samples;  // a stated size may end in a part of a block
 };
 
 // Throws WavError. A data size that streaming encoders leave behind (0 or the largest they can write) means
-// that the samples go on to the end of the file.
+// that the samples go on to the end of the file, or to the last whole block.
 WavFile ParseWav(const Bytes& file);
 
-// Everything that stands before the samples of a file with this format.
-Bytes WavHeader(const Bytes& fmtChunk, uint64_t sampleBytes);
+// The usual name of a format, or its number.
+std::string FormatName(uint16_t formatTag);
+
+// Everything that stands before the samples of a file with these format chunks.
+Bytes WavHeader(const Bytes& formatChunks, uint64_t sampleBytes);

@@ -2,12 +2,18 @@
 # Installs missing packages, builds the library and plays a WAV file with it. The default file is the sample.
 set -euo pipefail
 [ $# -le 1 ] && [[ "${1-}" != -* ]] || { echo "usage: demo.sh [FILE.wav]" >&2; exit 2; }
-input=$(realpath -m -- "${1:-$(dirname "$0")/../examples/data/sample.wav}")
+input=${1-}
+[[ "$input" == "" || "$input" == /* ]] || input=$PWD/$input
 cd "$(dirname "$0")/.."
+input=${input:-$PWD/examples/data/sample.wav}
 . scripts/lib.sh
 
 [ -r "$input" ] || fail "cannot read $input"
+[ ! -d "$input" ] || fail "cannot read $input: it is a directory"
+mkdir -p build
+[ -w build ] || fail "cannot write to $PWD/build"
 need c++=g++ cmake=cmake ninja=ninja-build
 build release -DOSAL_BUILD_TESTS=OFF
-build/release/examples/media_pipeline "$input" --out build/demo.wav || fail "the demo failed"
-echo "demo passed: the output is $PWD/build/demo.wav"
+echo "playing $input; the output is $PWD/build/demo.wav"
+# exec, so that a signal to the script reaches the program.
+exec build/release/examples/media_pipeline "$input" --out build/demo.wav
