@@ -66,14 +66,14 @@ Options ParseOptions(int argc, char** argv)
         if (c == 'o') {
             options.output = optarg;
             if (options.output.empty()) {
-                throw UsageError("--out takes the name of a file");
+                throw UsageError("--out needs the name of a file");
             }
         } else if (c == 's') {
             char* end = nullptr;
             options.speed = strtod(optarg, &end);
             if (end == optarg || *end != '\0' ||
                 !(options.speed == 0 || (options.speed >= 1e-3 && options.speed <= 1e6))) {
-                throw UsageError("--speed takes 0, or 0.001 to 1000000");
+                throw UsageError("--speed must be 0, or 0.001 to 1000000");
             }
         } else {
             exit(2);  // getopt_long() has said why
@@ -110,7 +110,7 @@ Bytes ReadAll(const std::string& path)
 }
 
 // The file to be written, in shared memory that nobody can write to any more. As a MetaBase it can stand in a
-// container, as a MediaRefBase it can travel in a parcel.
+// container, as a MediaRefBase a parcel can carry it.
 class FileRegion : public osal::MediaMeta::MetaBase, public osal::MediaRefBase {
 public:
     explicit FileRegion(const WavFile& wav)
@@ -145,7 +145,7 @@ private:
     size_t mHeaderBytes;
 };
 
-// What is known of the stream and travels in a parcel.
+// The properties of the stream, which a parcel carries.
 std::shared_ptr<osal::MediaMeta> Describe(const WavFile& wav)
 {
     const std::map<std::string, const char*> names{
@@ -292,7 +292,7 @@ void Run(const Options& options)
 
     osal::MediaParam parcel;
     if (!description->WriteToMediaParam(&parcel)) {
-        Fail("the description does not travel");
+        Fail("the description is not carried");
     }
     parcel.WritePointer(region);
 
