@@ -36,7 +36,7 @@ int __android_log_print(int prio, const char* tag, const char* fmt, ...)
     if (isFormatted) {
         flockfile(stderr);  // for a line that needs more than one write()
         // The columns of `logcat -v threadtime`.
-        result = dprintf(STDERR_FILENO, "%02d-%02d %02d:%02d:%02d.%03ld %5d %5ld %c %-8s: %s\n", local.tm_mon + 1,
+        result = fprintf(stderr, "%02d-%02d %02d:%02d:%02d.%03ld %5d %5ld %c %-8s: %s\n", local.tm_mon + 1,
                          local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec, now.tv_nsec / 1'000'000,
                          getpid(), syscall(SYS_gettid), PriorityLetter(prio), tag != nullptr ? tag : "", text);
         funlockfile(stderr);
