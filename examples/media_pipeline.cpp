@@ -61,7 +61,7 @@ Options ParseOptions(int argc, char** argv)
                 "  -          read standard input to its end, then play\n"
                 "  --speed N  N times as fast, 0.001 to 1000000; 0: as fast as it can\n"
                 "  --out      where the sink keeps the samples");
-            exit(0);
+            exit(fflush(stdout) == 0 ? 0 : 1);
         }
         if (c == 'o') {
             options.output = optarg;
@@ -313,6 +313,9 @@ void Run(const Options& options)
     fprintf(to, "  region write-protected: the sink's writable mapping was refused (%s)\n",
             strerror(report.writableMapErrno));
     fputs(LatenessReport(player.LatenessUs()).c_str(), to);
+    if (fflush(to) != 0 || ferror(to) != 0) {
+        Fail("cannot write the report");
+    }
 }
 
 }  // namespace

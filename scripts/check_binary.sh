@@ -5,7 +5,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/lib.sh
 
-[ $# -gt 0 ] || usage PRESET...
+[ $# -gt 0 ] && [[ $1 != -* ]] || usage PRESET...
 need readelf=binutils ninja=ninja-build
 for preset in "$@"; do
     library=build/$preset/libosal.so

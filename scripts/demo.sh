@@ -10,10 +10,8 @@ input=${input:-$PWD/examples/data/sample.wav}
 
 [ -r "$input" ] || fail "cannot read $input"
 [ ! -d "$input" ] || fail "cannot read $input: it is a directory"
-mkdir -p build
-[ -w build ] || fail "cannot write to $PWD/build"
 need c++=g++ cmake=cmake ninja=ninja-build
-build release -DOSAL_BUILD_TESTS=OFF
+build release -DOSAL_BUILD_TESTS=OFF -DOSAL_BUILD_EXAMPLES=ON
 echo "playing $input; the output is $PWD/build/demo.wav"
 # exec, so that a signal to the script reaches the program.
 exec build/release/examples/media_pipeline "$input" --out build/demo.wav

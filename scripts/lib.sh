@@ -14,6 +14,8 @@ fail()
     exit 1
 }
 
+mkdir -p build 2>/dev/null && [ -w build ] || fail "cannot write to $PWD/build"
+
 # need [COMMAND=]PACKAGE...: installs each Debian package if its COMMAND is missing, or, without COMMAND, if the
 # package is missing. On a system without dpkg, packages without COMMAND are not checked: CMake reports missing
 # libraries.

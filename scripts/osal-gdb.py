@@ -64,7 +64,9 @@ class View:
     parts = tuple
 
     def __init__(self, value):
-        self.value = value
+        # GDB knows no fields of a reference to a class that the program only declares.
+        is_reference = value.type.code in (gdb.TYPE_CODE_REF, gdb.TYPE_CODE_RVALUE_REF)
+        self.value = value.referenced_value() if is_reference else value
 
     def to_string(self):
         try:

@@ -13,7 +13,7 @@ for argument in "$@"; do
     [[ $argument != -* ]] || grep -qwFe "${argument%%[=0-9]*}" <<<"$options" || fail "ctest has no option $argument"
 done
 
-build release -DOSAL_BUILD_TESTS=ON
+build release -DOSAL_BUILD_TESTS=ON -DOSAL_BUILD_EXAMPLES=ON
 if ctest --preset release --no-tests=error "$@"; then
     echo "tests passed"
 else

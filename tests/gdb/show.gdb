@@ -18,6 +18,7 @@ print noParts
 print longParam
 print queue
 print stoppedQueue
+print stoppedQueueReference
 print stoppingQueue
 print unused
 print running

@@ -164,6 +164,7 @@ int main()
     }
 
     const osal::MsgQueue stoppedQueue;
+    const osal::MsgQueue& stoppedQueueReference = stoppedQueue;
     osal::MsgQueue stoppingQueue;
     Park otherPark;
     stoppingQueue.Start("mixer", osal::Thread::PRIORITY_MIN);
@@ -174,6 +175,7 @@ int main()
     std::thread([&stoppingQueue] { stoppingQueue.Stop(); }).detach();
     joining.Wait();
 
+    static_cast<void>(stoppedQueueReference);
     alignas(16) unsigned char garbage[512];
     std::memset(garbage, 0xa5, sizeof(garbage));
     AllSet();
