@@ -37,9 +37,8 @@ def text(string):
 
 
 def shared_target(pointer):
-    # The field, because for shared items the registered printer is the one below.
-    pointer = pointer["_M_ptr"]
-    return pointer.cast(pointer.type.target().strip_typedefs().pointer())
+    # Not by elements(): the pretty-printer of a shared item is the one below.
+    return pointer["_M_ptr"]
 
 
 def object_at(pointer):
@@ -49,7 +48,7 @@ def object_at(pointer):
     # The symbol of the table of virtual functions is known for classes without debug information too.
     table = pointer.cast(gdb.lookup_type("unsigned long").pointer()).dereference()
     symbol = re.search(r"vtable for (.+) \+ \d+ in section", gdb.execute(f"info symbol {int(table)}", to_string=True))
-    return f"{symbol[1] if symbol else pointer.type.target()} at {int(pointer):#x}"
+    return f"{symbol[1] if symbol else pointer.type.target().strip_typedefs()} at {int(pointer):#x}"
 
 
 def hex_numbers(pointer, size):
@@ -70,8 +69,8 @@ class View:
 
     def to_string(self):
         try:
-            if not self.value.type.fields():
-                raise gdb.error("GDB has no debug information of the class, which that of the library contains")
+            if not self.value.type.strip_typedefs().fields():
+                raise gdb.error("GDB has no debug information of the library")
             return self.title()
         except Exception as error:  # pylint: disable=broad-except
             self.parts = tuple

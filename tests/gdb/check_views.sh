@@ -15,8 +15,8 @@ fi
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
 
-# show NAME GDB-ARGUMENT...: runs show.gdb, which writes into the file NAME. Replaced are numbers that differ from run to
-# run, and reasons that differ between versions of GDB and Python.
+# show NAME GDB-ARGUMENT...: runs show.gdb, which writes into the file NAME. Numbers that differ from run to run are
+# replaced, and so are reasons that differ between versions of GDB and Python.
 show()
 {
     local name=$1
@@ -28,7 +28,8 @@ show()
     diff -u "$here/expected.txt" "$scratch/$name" || fail "$name: not as expected"
 }
 
-# A single heap for all threads keeps the core file small.
-show running -ex 'set environment MALLOC_ARENA_MAX 1' -ex 'break AllSet' -ex run -ex "generate-core-file $scratch/program.core" \
-    "$program"
+# The standard library is loaded first, as in a program that does not link this library directly: its pretty-printers
+# must not take precedence. A single heap for all threads keeps the core file small.
+show running -ex 'set environment LD_PRELOAD libstdc++.so.6' -ex 'set environment MALLOC_ARENA_MAX 1' -ex 'break AllSet' \
+    -ex run -ex "generate-core-file $scratch/program.core" "$program"
 show core "$program" "$scratch/program.core"

@@ -163,7 +163,8 @@ int main()
         std::this_thread::yield();
     }
 
-    const osal::MsgQueue stoppedQueue;
+    using Queue = osal::MsgQueue;
+    const Queue stoppedQueue;
     const osal::MsgQueue& stoppedQueueReference = stoppedQueue;
     osal::MsgQueue stoppingQueue;
     Park otherPark;
