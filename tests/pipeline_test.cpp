@@ -1,6 +1,7 @@
 // The example program end to end: which WAV files it plays, and that it leaves nothing behind when it cannot.
 
 #include <algorithm>
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
@@ -149,6 +150,10 @@ TEST_F(PipelineTest, PlaysWhatStatesABlockSizeAndARateAndRefusesTheRest)
             ExpectEnd(0, said, output.empty() ? input : output);
         }
     }
+    const auto begin = std::chrono::steady_clock::now();
+    Start(cases[3].input, "out.wav --speed 40");  // whose last buffer is due at 4 s
+    ExpectEnd(0, "IMA ADPCM", cases[3].input);
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(100));
 }
 
 TEST_F(PipelineTest, LeavesNothingBehindWhenItIsEndedOrFails)
