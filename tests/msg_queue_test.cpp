@@ -188,7 +188,7 @@ TEST_F(MsgQueueTest, RunsManyDueTimesInOrderAndRemovesAmongThem)
         Queue(a, 99 - 2 * i);
         expected.insert(expected.end(), {"a @100", "b @100"});
     }
-    Simulation::Sleep(100);
+    std::this_thread::sleep_for(std::chrono::nanoseconds(100));
     Queue(mParker, 0);  // behind all that is due
     expected.emplace_back("parker @100");
     mRelease.Set();
@@ -276,7 +276,9 @@ TEST_F(MsgQueueTest, SleepsThroughDelaysBeyondReach)
     EXPECT_EQ(Notes{"too far dropped"}, TakeNotes());
     Queue(far, YEARS_200_NS);
     Queue(overflowing, UINT64_MAX - 5);  // due at once
+    const int waits = Simulation::Waits();
     far.Wait();
+    EXPECT_EQ(waits + 4, Simulation::Waits());  // ours, two for the delay, one for the next message
     EXPECT_EQ((Notes{"overflowing", "far @" + std::to_string(YEARS_200_NS)}), TakeNotes());
 }
 
@@ -284,13 +286,10 @@ namespace {
 
 // Counts what becomes of it, and notes how late it ran, and whether behind what was due before.
 struct Message : MsgHandlerBase {
-    static int64_t NowNs()
-    {
-        return std::chrono::steady_clock::now().time_since_epoch() / std::chrono::nanoseconds(1);
-    }
+    static int64_t NowNs() { return std::chrono::steady_clock::now().time_since_epoch().count(); }
     void HandleMsg(int32_t&) override
     {
-        latenessNs = NowNs() - static_cast<int64_t>(dueNs);
+        latenessNs = NowNs() - dueNs;
         isInOrder = *lastDue < std::pair(dueNs, number);
         *lastDue = std::pair(dueNs, number);
         NotifyFinished();
@@ -308,66 +307,75 @@ struct Message : MsgHandlerBase {
         static std::atomic<int> queued{0};
         queue = &to;
         number = ++queued;
-        dueNs = static_cast<uint64_t>(NowNs()) + delayNs;
+        dueNs = NowNs() + static_cast<int64_t>(delayNs);
         isAccepted = to.QueueMsg(this, delayNs) == 0;
         return isAccepted;
     }
 
-    std::pair<uint64_t, int>* lastDue = nullptr;  // of its producer's messages; for the worker alone
+    std::pair<int64_t, int>* lastDue = nullptr;  // of its producer's messages; for the worker alone
     Message* follower = nullptr;  // queued, and perhaps removed, by this one
     MsgQueue* queue = nullptr;
     int number = 0;
-    uint64_t dueNs = 0;
+    int64_t dueNs = 0;
     bool isAccepted = false;
     int64_t latenessNs = 0;
     bool isInOrder = true;
     std::atomic<int> ends{0};
 };
 
+// Two threads queue messages, remove some and wait for others, while two may restart the queue.
+std::array<std::list<Message>, 2> UseFromManySides(unsigned int seed, uint64_t unitNs)
+{
+    const auto sleep = [=](uint64_t units) {
+        std::this_thread::sleep_for(std::chrono::nanoseconds(units * unitNs));
+    };
+    MsgQueue queue;
+    EXPECT_EQ(0, queue.Start("queue", Thread::PRIORITY_MIN));
+    std::array<std::list<Message>, 2> messages;
+    std::array<std::pair<int64_t, int>, 4> lastDue;
+    const auto produce = [&](size_t lane) {
+        std::mt19937 random(seed * 10 + static_cast<unsigned int>(lane));
+        for (int i = 0; i < 20; ++i) {
+            Message& message = messages[lane].emplace_back();
+            message.lastDue = &lastDue[lane];
+            if (random() % 4 == 0) {
+                message.follower = &messages[lane].emplace_back();
+                message.follower->lastDue = &lastDue[2 + lane];
+            }
+            constexpr std::array<uint64_t, 4> DELAYS{0, 0, 5, 20};
+            if (message.Queue(queue, DELAYS[random() % 4] * unitNs) && random() % 4 == 0) {
+                queue.RemoveMsg(&message);
+            } else if (message.isAccepted && random() % 4 == 0) {
+                message.Wait();
+            }
+            sleep(random() % 4);
+        }
+    };
+    const auto restart = [&] {
+        for (int i = 0; i < 2 && seed % 3 == 0; ++i) {
+            sleep(15);
+            queue.Stop();
+            EXPECT_EQ(0, queue.Start("queue", Thread::PRIORITY_MIN));
+        }
+    };
+    std::thread threads[] = {std::thread(produce, 0), std::thread(produce, 1), std::thread(restart)};
+    restart();
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    if (seed % 3 == 1) {
+        sleep(20);
+    }
+    queue.Stop();
+    return messages;
+}
+
 }  // namespace
 
 TEST(MsgQueueSchedules, ConserveEachMessageAndRunItInTime)
 {
     ForEachSeed(80, [](unsigned int seed) {
-        MsgQueue queue;
-        ASSERT_EQ(0, queue.Start("queue", Thread::PRIORITY_MIN));
-        std::array<std::list<Message>, 2> messages;
-        std::array<std::pair<uint64_t, int>, 4> lastDue;
-        const auto produce = [&](size_t lane) {
-            std::mt19937 random(seed * 10 + static_cast<unsigned int>(lane));
-            for (int i = 0; i < 20; ++i) {
-                Message& message = messages[lane].emplace_back();
-                message.lastDue = &lastDue[lane];
-                if (random() % 4 == 0) {
-                    message.follower = &messages[lane].emplace_back();
-                    message.follower->lastDue = &lastDue[2 + lane];
-                }
-                constexpr std::array<uint64_t, 4> DELAYS_NS{0, 0, 5, 20};
-                if (message.Queue(queue, DELAYS_NS[random() % 4]) && random() % 4 == 0) {
-                    queue.RemoveMsg(&message);
-                } else if (message.isAccepted && random() % 4 == 0) {
-                    message.Wait();
-                }
-                Simulation::Sleep(random() % 4);
-            }
-        };
-        const auto restart = [&] {
-            for (int i = 0; i < 2 && seed % 3 == 0; ++i) {
-                Simulation::Sleep(15);
-                queue.Stop();
-                EXPECT_EQ(0, queue.Start("queue", Thread::PRIORITY_MIN));
-            }
-        };
-        std::thread threads[] = {std::thread(produce, 0), std::thread(produce, 1), std::thread(restart)};
-        restart();
-        for (std::thread& thread : threads) {
-            thread.join();
-        }
-        if (seed % 3 == 1) {
-            Simulation::Sleep(20);
-        }
-        queue.Stop();
-        for (const auto& lane : messages) {
+        for (const auto& lane : UseFromManySides(seed, 1)) {
             for (const Message& message : lane) {
                 EXPECT_EQ(message.isAccepted ? 1 : 0, message.ends);
                 EXPECT_EQ(0, message.latenessNs);
@@ -380,35 +388,12 @@ TEST(MsgQueueSchedules, ConserveEachMessageAndRunItInTime)
 // On the system's own clock and scheduler.
 TEST(MsgQueueLoad, LosesNoMessageAndRunsNoneEarly)
 {
-    MsgQueue queue;
-    std::array<std::list<Message>, 3> messages;
-    std::array<std::pair<uint64_t, int>, 3> lastDue;
-    std::atomic<size_t> producing{messages.size()};
-    std::vector<std::thread> producers;
-    for (size_t lane = 0; lane < messages.size(); ++lane) {
-        producers.emplace_back([&, lane] {
-            for (uint64_t i = 0, accepted = 0; accepted < 3'000; ++i) {
-                Message& message = messages[lane].emplace_back();
-                message.lastDue = &lastDue[lane];
-                if (message.Queue(queue, i % 3 * 100'000) && ++accepted % 64 == 0) {
-                    queue.RemoveMsg(&message);
-                }
+    for (unsigned int seed = 1; seed <= 100; ++seed) {
+        for (const auto& lane : UseFromManySides(seed, 10'000)) {
+            for (const Message& message : lane) {
+                ASSERT_EQ(message.isAccepted ? 1 : 0, message.ends);
+                ASSERT_LE(0, message.latenessNs);
             }
-            --producing;
-        });
-    }
-    while (producing > 0) {
-        EXPECT_EQ(0, queue.Start("load", Thread::PRIORITY_MIN));
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));  // some load in between, for no end
-        queue.Stop();
-    }
-    for (std::thread& producer : producers) {
-        producer.join();
-    }
-    for (const auto& lane : messages) {
-        for (const Message& message : lane) {
-            ASSERT_EQ(message.isAccepted ? 1 : 0, message.ends);
-            ASSERT_LE(0, message.latenessNs);
         }
     }
 }

@@ -11,7 +11,6 @@ namespace {
 
 std::mutex logMutex;
 LogLines logLines;
-bool isEchoed = false;
 
 struct ThreadEnd {
     Event* event = nullptr;
@@ -36,16 +35,11 @@ extern "C" int __android_log_print(int prio, const char* tag, const char* fmt, .
     const int size = vsnprintf(text, sizeof(text), fmt, args);
     va_end(args);
     const std::lock_guard<std::mutex> lock(logMutex);
-    if (isEchoed) {
-        fprintf(stderr, "%s\n", text);
-    }
     isLogging = true;
     logLines.push_back({prio, tag != nullptr ? std::optional<std::string>(tag) : std::nullopt, text});
     isLogging = false;
     return size;
 }
-
-void EchoLog() { isEchoed = true; }
 
 LogCapture::LogCapture()
 {

@@ -32,9 +32,6 @@ using LogLines = std::vector<LogLine>;
 // Set while this thread notes a line: its allocations are not the library's.
 extern thread_local bool isLogging;
 
-// Writes further lines to standard error, too.
-void EchoLog();
-
 // The log lines since construction, those of other threads included.
 class LogCapture {
 public:

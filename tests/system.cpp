@@ -3,9 +3,6 @@
 
 #include "system.h"
 
-#include "osal/utils.h"
-#include "support.h"
-
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
@@ -46,7 +43,6 @@ int Failed(int error)
 }
 
 constexpr int MAX_THREADS = 64;
-constexpr int MAX_SWITCHES = 5'000'000;  // a simulation that takes more makes no progress
 constexpr uint64_t START_NS = 1'000'000'000'000'000;
 constexpr uint64_t NEVER = UINT64_MAX;
 
@@ -64,12 +60,10 @@ struct SimulatedThread {
 
 // Touched by the thread that has the turn alone.
 SimulatedThread threads[MAX_THREADS];
-bool isReporting = false;
 uint64_t nowNs = 0;
 int64_t wallOffsetNs = 0;
 unsigned int firstSeed = 0;
 uint64_t randomState = 0;
-int switches = 0;
 int waits = 0;
 Simulation::Scheduling lastScheduling{};
 pthread_key_t endKey;
@@ -89,17 +83,15 @@ void GiveTurn(int thread)
     REAL(syscall)(SYS_futex, &threads[thread].hasTurn, FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr, 0);
 }
 
-// Says where the calling thread waits, then the next one does; the last ends the program.
-[[noreturn]] void ReportAndEnd(int thread)
+// Ends the program where each thread waits, which a debugger shows.
+[[noreturn]] void ReportAndEnd()
 {
-    self = -1;
-    fprintf(stderr, "thread %d:\n", thread);
-    EchoLog();
-    osal::PrintBacktrace(0);
-    for (int next = thread + 1; next < MAX_THREADS; ++next) {
-        if (threads[next].state != SimulatedThread::FREE && threads[next].state != SimulatedThread::ENDED) {
-            GiveTurn(next);
-            pause();
+    constexpr const char* NAMES[] = {"", "", "", "a lock", "a condition", "the end of another thread"};
+    fprintf(stderr, "simulation, seed %u: nothing is left to end a wait\n", firstSeed);
+    for (const SimulatedThread& thread : threads) {
+        if (thread.state != SimulatedThread::FREE && thread.state != SimulatedThread::ENDED) {
+            fprintf(stderr, "thread %d waits for %s, %p\n", static_cast<int>(&thread - threads),
+                    NAMES[thread.state], thread.object);
         }
     }
     abort();
@@ -113,9 +105,6 @@ void TakeTurn(int thread)
     }
     threads[thread].hasTurn = 0;
     errno = callerErrno;
-    if (isReporting) {
-        ReportAndEnd(thread);
-    }
 }
 
 void Wake(SimulatedThread& thread, bool isTimedOut)
@@ -125,21 +114,24 @@ void Wake(SimulatedThread& thread, bool isTimedOut)
     thread.deadlineNs = NEVER;
 }
 
-// Wakes those whose deadline has come, the earliest ones if `moveTime`.
-void WakeDue(bool moveTime)
+// Wakes those whose deadline is `timeNs` or before.
+void WakeDue(uint64_t timeNs)
+{
+    for (SimulatedThread& thread : threads) {
+        if (thread.deadlineNs <= timeNs && thread.deadlineNs != NEVER) {
+            nowNs = thread.deadlineNs > nowNs ? thread.deadlineNs : nowNs;
+            Wake(thread, true);
+        }
+    }
+}
+
+uint64_t EarliestDeadlineNs()
 {
     uint64_t earliestNs = NEVER;
     for (const SimulatedThread& thread : threads) {
         earliestNs = thread.deadlineNs < earliestNs ? thread.deadlineNs : earliestNs;
     }
-    if (moveTime && earliestNs != NEVER && earliestNs > nowNs) {
-        nowNs = earliestNs;
-    }
-    for (SimulatedThread& thread : threads) {
-        if (thread.deadlineNs <= nowNs) {
-            Wake(thread, true);
-        }
-    }
+    return earliestNs;
 }
 
 // One of the threads in `state`, -1 if there is none.
@@ -147,25 +139,20 @@ int ChooseAmong(int state)
 {
     int found[MAX_THREADS];
     unsigned int count = 0;
-    for (int i = 1; i <= MAX_THREADS; ++i) {
-        const int candidate = (self + i) % MAX_THREADS;
+    const int first = threads[self].state == SimulatedThread::RUNNABLE ? self : self + 1;
+    for (int i = 0; i < MAX_THREADS; ++i) {
+        const int candidate = (first + i) % MAX_THREADS;
         if (threads[candidate].state == state) {
             found[count++] = candidate;
         }
     }
-    if (count == 0) {
-        return -1;
-    }
-    if (randomState != 0) {
-        return found[Random(count)];
-    }
-    return threads[self].state == SimulatedThread::RUNNABLE ? self : found[0];
+    return count == 0 ? -1 : found[randomState != 0 ? Random(count) : 0];
 }
 
 // Chooses who runs next.
 int Choose()
 {
-    WakeDue(false);
+    WakeDue(nowNs);
     if (randomState != 0 && firstSeed % 2 == 0 && Random(16) == 0) {  // a wake-up for no reason
         const int sleeper = ChooseAmong(SimulatedThread::AT_CONDITION);
         if (sleeper != -1) {
@@ -177,14 +164,11 @@ int Choose()
         next = ChooseAmong(SimulatedThread::YIELDING);
     }
     if (next == -1) {
-        WakeDue(true);
+        WakeDue(EarliestDeadlineNs());
         next = ChooseAmong(SimulatedThread::RUNNABLE);
     }
-    if (next == -1 || ++switches > MAX_SWITCHES) {
-        fprintf(stderr, "simulation, seed %u: %s\n", firstSeed,
-                next == -1 ? "every thread waits, and nothing is left to end a wait" : "no progress");
-        isReporting = true;
-        next = 0;
+    if (next == -1) {
+        ReportAndEnd();
     }
     return next;
 }
@@ -192,7 +176,7 @@ int Choose()
 void Switch()
 {
     const int next = Choose();
-    if (next != self || isReporting) {
+    if (next != self) {
         const int thread = self;
         GiveTurn(next);
         TakeTurn(thread);
@@ -265,6 +249,16 @@ uint64_t DeadlineNs(const timespec* time, clockid_t clock)
     return ns < 0 ? 0 : static_cast<uint64_t>(ns);
 }
 
+int Sleep(const timespec* duration)
+{
+    const uint64_t deadlineNs = nowNs + DeadlineNs(duration, CLOCK_MONOTONIC);
+    while (nowNs < deadlineNs) {
+        threads[self].deadlineNs = deadlineNs;
+        WaitFor(SimulatedThread::AT_CONDITION, nullptr);
+    }
+    return 0;
+}
+
 SimulatedThread* FindThread(pthread_t handle)
 {
     for (SimulatedThread& thread : threads) {
@@ -319,7 +313,7 @@ Simulation::Simulation(unsigned int seed)
     wallOffsetNs = static_cast<int64_t>(START_NS);
     firstSeed = seed;
     randomState = seed * 0x9E3779B97F4A7C15ULL;
-    switches = waits = 0;
+    waits = 0;
     self = 0;
 }
 
@@ -338,15 +332,6 @@ Simulation::~Simulation()
 uint64_t Simulation::NowNs() { return nowNs; }
 
 void Simulation::LetOthersRun() { WaitFor(SimulatedThread::YIELDING, nullptr); }
-
-void Simulation::Sleep(uint64_t durationNs)
-{
-    const uint64_t deadlineNs = nowNs + durationNs;
-    while (nowNs < deadlineNs) {
-        threads[self].deadlineNs = deadlineNs;
-        WaitFor(SimulatedThread::AT_CONDITION, nullptr);
-    }
-}
 
 void Simulation::MoveWallClock(int64_t byNs) { wallOffsetNs += byNs; }
 
@@ -376,6 +361,7 @@ SIMULATE(pthread_cond_timedwait, (pthread_cond_t* cond, pthread_mutex_t* mutex, 
          (cond, mutex, deadline), WaitForCondition(cond, mutex, DeadlineNs(deadline, CLOCK_REALTIME)))
 SIMULATE(pthread_cond_clockwait, (pthread_cond_t* cond, pthread_mutex_t* mutex, clockid_t clock, const timespec* deadline),
          (cond, mutex, clock, deadline), WaitForCondition(cond, mutex, DeadlineNs(deadline, clock)))
+SIMULATE(nanosleep, (const timespec* duration, timespec* rest), (duration, rest), Sleep(duration))
 SIMULATE(pthread_cond_signal, (pthread_cond_t* cond) noexcept, (cond), Notify(cond, false))
 SIMULATE(pthread_cond_broadcast, (pthread_cond_t* cond) noexcept, (cond), Notify(cond, true))
 

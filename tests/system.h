@@ -15,8 +15,7 @@ void FailCall(const char* call, int error = 0);
 
 // While an object of it lives, one thread runs at a time, and the clocks stand still while any can: time jumps to
 // the next deadline when all threads wait. So what is due in an hour runs at once, and at exactly its due time.
-// When nobody is left to run, the program ends with the stack of each thread: a wait that nothing ends fails at
-// once.
+// A wait that nothing is left to end fails at once: the program ends and says what each thread waits for.
 //
 // Made and destroyed on the test's thread, when no other thread of the test exists. No priority is really set.
 class Simulation {
@@ -32,8 +31,6 @@ public:
     static uint64_t NowNs();
     // Returns when each of the other threads waits for something, before time moves.
     static void LetOthersRun();
-    // Lets that time pass.
-    static void Sleep(uint64_t durationNs);
     // Moves the wall clock, which otherwise runs with the monotonic one.
     static void MoveWallClock(int64_t byNs);
     // How many waits for a condition have begun so far.

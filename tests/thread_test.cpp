@@ -160,28 +160,17 @@ TEST(ThreadSchedules, StartAndStopFromManySides)
 
 TEST_F(ThreadTest, LetsAWorkerDestroyItsOwnObject)
 {
-    struct Watch {
-        int destroyed = 0;
-        Event threadEnded;
-        Thread* thread = nullptr;
-    } watch;
-    class SelfDestroyer : public Thread {
-    public:
-        explicit SelfDestroyer(Watch& watch) : mWatch(watch) {}
-
-    private:
-        bool Run() override
-        {
-            SetAtThreadEnd(mWatch.threadEnded);
-            Watch& outlivesThis = mWatch;
-            delete outlivesThis.thread;
-            ++outlivesThis.destroyed;
-            return true;
-        }
-        Watch& mWatch;
-    };
-    watch.thread = new SelfDestroyer(watch);
-    ASSERT_EQ(0, watch.thread->Start("self-destroyer", Thread::PRIORITY_MIN));
-    watch.threadEnded.Wait();
-    EXPECT_EQ(1, watch.destroyed);
+    TestThread* thread = nullptr;
+    Event threadEnded;
+    int runs = 0;
+    thread = new TestThread([&thread, &threadEnded, &runs] {
+        SetAtThreadEnd(threadEnded);
+        int& outlivesThis = runs;
+        delete thread;
+        ++outlivesThis;
+        return true;
+    });
+    ASSERT_EQ(0, thread->Start("self-destroyer", Thread::PRIORITY_MIN));
+    threadEnded.Wait();
+    EXPECT_EQ(1, runs);
 }
