@@ -184,16 +184,18 @@ TEST(Faults, OfEachSystemCallAreReportedAndLeaveNothingBehind)
     handler.Wait();
 }
 
-TEST(Faults, OfTheWorkerObjectLeaveTheQueueStopped)
+TEST(Faults, OfMemoryLeaveTheQueueStopped)
 {
     const Simulation simulation;
     osal::MsgQueue queue;
+    Handler handler;
     const LogCapture log;
     allocationsLeft = 0;
+    EXPECT_EQ(-38, queue.QueueMsg(&handler, 0));  // refused without memory, too
     EXPECT_EQ(-12, queue.Start("t", osal::Thread::PRIORITY_MIN));
     EXPECT_EQ(-1, allocationsLeft);
     EXPECT_EQ(-1, queue.GetThreadId());
-    EXPECT_EQ(LogLines{}, log.Lines());
+    EXPECT_EQ(LogLines{Error("MsgQueue", "QueueMsg: QueueMsg thread not start!")}, log.Lines());
     EXPECT_EQ(0, queue.Start("t", osal::Thread::PRIORITY_MIN));
 }
 

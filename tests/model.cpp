@@ -55,6 +55,14 @@ std::string Show(T number)
 {
     return std::to_string(number);
 }
+std::string Show(const LogLines& lines)
+{
+    std::ostringstream out;
+    for (const LogLine& line : lines) {
+        out << "\n    " << line;
+    }
+    return out.str();
+}
 
 template <typename... Arguments>
 std::string Format(const char* format, Arguments... arguments)
@@ -89,43 +97,47 @@ struct Type {
     const char* name;
     size_t sizeBytes;  // of a plain value
     std::string parcel;  // the elements of its way: of '4' or '8' bytes, a float 'w'idened to 8, a 't'ext
-    bool isMerged;
-    Dump dump;
+    Dump dump;  // none for the types that are neither merged nor dumped
     // `apart` chooses the form with separate arguments where there is one.
     std::function<bool(MediaMeta&, const char* key, const std::string& image, bool apart)> set;
     // Makes `image` of the outputs, which begin as Untouched().
     std::function<bool(const MediaMeta&, const char* key, Image& image, bool apart)> get;
 };
 
-template <typename T, typename Set, typename Get>
-Type Plain(MetaType type, const char* name, const char* parcel, Dump dump, Set set, Get get)
+template <typename T, typename Get>
+bool GetPlain(Image& image, Get get)
 {
-    return {type,
-            name,
-            sizeof(T),
-            parcel,
-            dump != nullptr,
-            std::move(dump),
-            [=](MediaMeta& meta, const char* key, const std::string& image, bool apart) {
-                return set(meta, key, ValueOf<T>(image), apart);
-            },
-            [=](const MediaMeta& meta, const char* key, Image& image, bool apart) {
-                T value{};
-                memset(&value, 0x55, sizeof(value));
-                const bool found = get(meta, key, value, apart);
-                image = ImageOf(value);
-                return found;
-            }};
+    T value{};
+    memset(&value, 0x55, sizeof(value));
+    const bool found = get(value);
+    image = ImageOf(value);
+    return found;
 }
 
 template <typename T>
 Type Number(MetaType type, const char* name, bool (MediaMeta::*setter)(const char*, T),
             bool (MediaMeta::*getter)(const char*, T&) const, const char* parcel = "", Dump dump = {})
 {
-    return Plain<T>(
-        type, name, parcel, std::move(dump),
-        [=](MediaMeta& meta, const char* key, T value, bool) { return (meta.*setter)(key, value); },
-        [=](const MediaMeta& meta, const char* key, T& value, bool) { return (meta.*getter)(key, value); });
+    return {type,
+            name,
+            sizeof(T),
+            parcel,
+            std::move(dump),
+            [=](MediaMeta& meta, const char* key, const std::string& image, bool /*apart*/) {
+                return (meta.*setter)(key, ValueOf<T>(image));
+            },
+            [=](const MediaMeta& meta, const char* key, Image& image, bool /*apart*/) {
+                return GetPlain<T>(image, [&](T& value) { return (meta.*getter)(key, value); });
+            }};
+}
+
+// One to four integers.
+Dump ShowsInts(const char* format)
+{
+    return [format](const std::string& image) {
+        const auto value = ValueOf<MediaMeta::Rect>(image);
+        return Format(format, value.a, value.b, value.c, value.d);
+    };
 }
 
 template <typename T, typename Shown = T>
@@ -147,7 +159,7 @@ using Meta = MediaMeta;
 const std::array<Type, 16> TYPES{
     Number(META_TYPE_INT8, "int8", &Meta::SetInt8, &Meta::GetInt8),
     Number(META_TYPE_INT16, "int16", &Meta::SetInt16, &Meta::GetInt16),
-    Number(META_TYPE_INT32, "int32", &Meta::SetInt32, &Meta::GetInt32, "4", Shows<int32_t>("int32_t:%d")),
+    Number(META_TYPE_INT32, "int32", &Meta::SetInt32, &Meta::GetInt32, "4", ShowsInts("int32_t:%d")),
     Number(META_TYPE_INT64, "int64", &Meta::SetInt64, &Meta::GetInt64, "8", Shows<int64_t>("int64_t:%ld")),
     Number(META_TYPE_UINT8, "uint8", &Meta::SetUint8, &Meta::GetUint8),
     Number(META_TYPE_UINT16, "uint16", &Meta::SetUint16, &Meta::GetUint16),
@@ -156,7 +168,7 @@ const std::array<Type, 16> TYPES{
     Number(META_TYPE_FLOAT, "float", &Meta::SetFloat, &Meta::GetFloat, "w", Shows<float, double>("float:%f")),
     Number(META_TYPE_DOUBLE, "double", &Meta::SetDouble, &Meta::GetDouble, "8", Shows<double>("double:%f")),
     Number(META_TYPE_POINTER, "pointer", &Meta::SetPointer, &Meta::GetPointer, "8", Shows<void*>("pointer:%p")),
-    Type{META_TYPE_STRING, "string", 0, "t", true, [](const std::string& image) { return "string:" + image; },
+    Type{META_TYPE_STRING, "string", 0, "t", [](const std::string& image) { return "string:" + image; },
          [](Meta& meta, const char* key, const std::string& image, bool apart) {
              return meta.SetString(key, IsNullText(META_TYPE_STRING, image, apart) ? nullptr : image.c_str());
          },
@@ -166,7 +178,7 @@ const std::array<Type, 16> TYPES{
              image = text != nullptr ? Image(text) : std::nullopt;
              return found;
          }},
-    Type{META_TYPE_BYTE_BUFFER, "block", 0, "", true,
+    Type{META_TYPE_BYTE_BUFFER, "block", 0, "",
          [](const std::string& image) { return Format("bytebuffer(ADDRESS, %zu)", image.size()); },
          [](Meta& meta, const char* key, std::string image, bool apart) {
              auto* data = reinterpret_cast<uint8_t*>(image.data());
@@ -183,31 +195,27 @@ const std::array<Type, 16> TYPES{
              image = block.data != nullptr ? Image({reinterpret_cast<char*>(block.data), size}) : std::nullopt;
              return found;
          }},
-    Plain<Meta::Fraction>(
-        META_TYPE_FRACTION, "fraction", "44",
-        [](const std::string& image) {
-            const auto value = ValueOf<Meta::Fraction>(image);
-            return Format("fraction:(%d/%d)", value.num, value.den);
-        },
-        [](Meta& meta, const char* key, Meta::Fraction value, bool apart) {
-            return apart ? meta.SetFraction(key, value.num, value.den) : meta.SetFraction(key, value);
-        },
-        [](const Meta& meta, const char* key, Meta::Fraction& value, bool apart) {
-            return apart ? meta.GetFraction(key, value.num, value.den) : meta.GetFraction(key, value);
-        }),
-    Plain<Meta::Rect>(
-        META_TYPE_RECT, "rect", "4444",
-        [](const std::string& image) {
-            const auto value = ValueOf<Meta::Rect>(image);
-            return Format("rect:(%d, %d, %d, %d)", value.a, value.b, value.c, value.d);
-        },
-        [](Meta& meta, const char* key, Meta::Rect value, bool apart) {
-            return apart ? meta.SetRect(key, value.a, value.b, value.c, value.d) : meta.SetRect(key, value);
-        },
-        [](const Meta& meta, const char* key, Meta::Rect& value, bool apart) {
-            return apart ? meta.GetRect(key, value.a, value.b, value.c, value.d) : meta.GetRect(key, value);
-        }),
-    Type{META_TYPE_OBJECT, "object", 0, "", true,
+    Type{META_TYPE_FRACTION, "fraction", sizeof(Meta::Fraction), "44", ShowsInts("fraction:(%d/%d)"),
+         [](Meta& meta, const char* key, const std::string& image, bool apart) {
+             const auto value = ValueOf<Meta::Fraction>(image);
+             return apart ? meta.SetFraction(key, value.num, value.den) : meta.SetFraction(key, value);
+         },
+         [](const Meta& meta, const char* key, Image& image, bool apart) {
+             return GetPlain<Meta::Fraction>(image, [&](Meta::Fraction& value) {
+                 return apart ? meta.GetFraction(key, value.num, value.den) : meta.GetFraction(key, value);
+             });
+         }},
+    Type{META_TYPE_RECT, "rect", sizeof(Meta::Rect), "4444", ShowsInts("rect:(%d, %d, %d, %d)"),
+         [](Meta& meta, const char* key, const std::string& image, bool apart) {
+             const auto value = ValueOf<Meta::Rect>(image);
+             return apart ? meta.SetRect(key, value.a, value.b, value.c, value.d) : meta.SetRect(key, value);
+         },
+         [](const Meta& meta, const char* key, Image& image, bool apart) {
+             return GetPlain<Meta::Rect>(image, [&](Meta::Rect& value) {
+                 return apart ? meta.GetRect(key, value.a, value.b, value.c, value.d) : meta.GetRect(key, value);
+             });
+         }},
+    Type{META_TYPE_OBJECT, "object", 0, "",
          [](const std::string& image) {
              const MediaMeta::MetaBase* object = ObjectOf(image).get();
              return Format("object:%p", static_cast<const void*>(object));
@@ -312,7 +320,7 @@ public:
     bool Merge(ModelMeta& meta, const ModelMeta& other)
     {
         for (const auto& [key, item] : other) {
-            if (!TypeOf(item->type).isMerged) {
+            if (!TypeOf(item->type).dump) {
                 Error("Merge: Should not be here mType: " + std::to_string(item->type));
             } else if (!Set(meta, key.c_str(), item->type, item->image)) {
                 Error("Merge: Merge " + key + " failed");
@@ -547,18 +555,7 @@ public:
         const LogCapture log;
         mModel.log.clear();
         Operate(choices);
-        const LogLines expected = WithoutAddresses(mModel.log);
-        const LogLines actual = WithoutAddresses(log.Lines());
-        if (expected != actual) {
-            std::ostringstream text;
-            text << "the log differs; expected | actual:";
-            const LogLine none{0, "", "nothing"};
-            for (size_t i = 0; i < std::max(expected.size(), actual.size()); ++i) {
-                text << "\n  " << (i < expected.size() ? expected[i] : none) << " | "
-                     << (i < actual.size() ? actual[i] : none);
-            }
-            throw std::runtime_error(text.str());
-        }
+        Expect("log", WithoutAddresses(mModel.log), WithoutAddresses(log.Lines()));
         for (size_t i = 0; i < mMetas.size(); ++i) {
             Compare(*mMetas[i], mModelMetas[i]);
         }
@@ -731,11 +728,8 @@ private:
     void CopyParcel(Choices& choices, size_t one, size_t other)
     {
         const size_t from = choices.Below(5);
-        Say("copy over parcel " + Show(one) + ": " +
-            (from == 0   ? "a new one"
-             : from == 1 ? "null"
-             : from == 2 ? "one without a store"
-                         : "parcel " + Show(other)));
+        constexpr std::array<const char*, 3> NAMES{"a new one", "null", "one without a store"};
+        Say("copy over parcel " + Show(one) + ": " + (from < 3 ? NAMES[from] : "parcel " + Show(other)));
         if (from == 0) {
             mParcels[one] = MediaParam();
             mModelParcels[one] = ModelParcel();

@@ -12,18 +12,6 @@ namespace {
 std::mutex logMutex;
 LogLines logLines;
 
-struct ThreadEnd {
-    Event* event = nullptr;
-    ~ThreadEnd()
-    {
-        if (event != nullptr) {
-            event->Set();
-        }
-    }
-};
-
-thread_local ThreadEnd threadEnd;
-
 }  // namespace
 
 // Takes the place of the library's own, which the library reaches through the dynamic symbol.
@@ -71,8 +59,6 @@ void Event::Wait()
     std::unique_lock<std::mutex> lock(mMutex);
     mCond.wait(lock, [this] { return mSet; });
 }
-
-void SetAtThreadEnd(Event& event) { threadEnd.event = &event; }
 
 std::string KernelThreadName(int tid)
 {

@@ -52,9 +52,6 @@ private:
     bool mSet = false;
 };
 
-// Sets `event` when the calling thread ends, behind everything that the library does on it.
-void SetAtThreadEnd(Event& event);
-
 // The name that the kernel has for a thread of this process.
 std::string KernelThreadName(int tid);
 
