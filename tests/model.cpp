@@ -12,6 +12,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <regex>
 #include <sstream>
 #include <stdexcept>
 
@@ -280,6 +281,8 @@ public:
         log.push_back({ANDROID_LOG_ERROR, tag, text});
     }
 
+    void Debug(const std::string& text) { log.push_back({ANDROID_LOG_DEBUG, "MediaMeta", text}); }
+
     bool Set(ModelMeta& meta, const char* key, int32_t type, const Image& image)
     {
         if (type == META_TYPE_BYTE_BUFFER && (key == nullptr || !image || image->empty())) {
@@ -332,17 +335,16 @@ public:
 
     void Dump(const ModelMeta& meta)
     {
-        log.push_back({ANDROID_LOG_DEBUG, "MediaMeta", "######## MediaMeta dump debug"});
+        Debug("######## MediaMeta dump debug");
         for (const auto& [key, item] : meta) {
             const Type& type = TypeOf(item->type);
+            const char* const none = item->type == META_TYPE_STRING ? "string:(null)" : "bytebuffer((nil), 0)";
             if (item->type == META_TYPE_NONE) {
-                log.push_back({ANDROID_LOG_DEBUG, "MediaMeta", "empty item"});
+                Debug("empty item");
             } else if (!type.dump) {
                 Error("Dump: Unknown item: " + std::to_string(item->type));
             } else {
-                const char* const none = item->type == META_TYPE_STRING ? "string:(null)" : "bytebuffer((nil), 0)";
-                log.push_back({ANDROID_LOG_DEBUG, "MediaMeta",
-                               "(" + key + ", " + (item->image ? type.dump(*item->image) : none) + ")"});
+                Debug("(" + key + ", " + (item->image ? type.dump(*item->image) : none) + ")");
             }
         }
     }
@@ -533,14 +535,9 @@ std::string RandomImage(const Type& type, Choices& choices)
 // The model cannot know where the library puts a block.
 LogLines WithoutAddresses(LogLines lines)
 {
+    static const std::regex address("(name |data |bytebuffer\\()0x[0-9a-f]+");
     for (LogLine& line : lines) {
-        for (const std::string before : {"name 0x", "data 0x", "bytebuffer(0x"}) {
-            if (const size_t found = line.text.find(before); found != std::string::npos) {
-                const size_t begin = found + before.size() - 2;
-                line.text.replace(begin, line.text.find_first_not_of("0123456789abcdefx", begin) - begin,
-                                  "ADDRESS");
-            }
-        }
+        line.text = std::regex_replace(line.text, address, "$1ADDRESS");
     }
     return lines;
 }

@@ -76,7 +76,7 @@ protected:
     {
         StartQueue();
         Queue(mParker, 0);
-        mParked.Wait();
+        Simulation::LetOthersRun();
         TakeNotes();
     }
     void Queue(IMsgHandler& handler, uint64_t delayNs) { EXPECT_EQ(0, mQueue.QueueMsg(&handler, delayNs)); }
@@ -85,12 +85,8 @@ protected:
     const uint64_t mStartNs = Simulation::NowNs();
     std::mutex mMutex;
     Notes mNotes;
-    Event mParked;
     Event mRelease;
-    Recorder mParker{*this, "parker", [this] {
-                         mParked.Set();
-                         mRelease.Wait();
-                     }};
+    Recorder mParker{*this, "parker", [this] { mRelease.Wait(); }};
     MsgQueue mQueue;
 };
 

@@ -96,12 +96,10 @@ TEST(ThreadSchedules, EachStopReturnsAfterTheWorkerHasEnded)
 {
     ForEachSeed(80, [](unsigned int) {
         const LogCapture log;
-        Event running;
         Event release;
         std::atomic<int> ended{0};
         TestThread* self = nullptr;
         TestThread thread([&] {
-            running.Set();
             release.Wait();
             self->Stop();  // refused, also while others wait for this worker
             EXPECT_EQ(osal::GetTid(), self->GetId());
@@ -114,7 +112,7 @@ TEST(ThreadSchedules, EachStopReturnsAfterTheWorkerHasEnded)
             EXPECT_EQ(1, ended);
         };
         ASSERT_EQ(0, thread.Start("stopped", Thread::PRIORITY_MIN));
-        running.Wait();
+        Simulation::LetOthersRun();
         const int32_t id = thread.GetId();
         std::thread first(stop);
         std::thread second(stop);
