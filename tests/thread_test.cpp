@@ -158,7 +158,8 @@ TEST(ThreadSchedules, StartAndStopFromManySides)
 
 TEST_F(ThreadTest, LetsAWorkerDestroyItsOwnObject)
 {
-    static int runs = 0;  // no capture is left when the object is gone
+    static int runs;  // no capture is left when the object is gone
+    runs = 0;
     TestThread* thread = nullptr;
     thread = new TestThread([&thread] {
         delete thread;
