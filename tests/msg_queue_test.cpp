@@ -252,7 +252,8 @@ TEST_F(MsgQueueTest, CanBeDestroyedByItsOwnWorker)
     });
     ASSERT_EQ(0, queue->Start("doomed", Thread::PRIORITY_MIN));
     EXPECT_EQ(0, queue->QueueMsg(&destroyer, 0));
-    Simulation::LetOthersRun();
+    pending.Wait();
+    destroyer.Wait();
     EXPECT_EQ((Notes{"destroyer", "pending dropped"}), TakeNotes());
 }
 

@@ -158,15 +158,31 @@ TEST(ThreadSchedules, StartAndStopFromManySides)
 
 TEST_F(ThreadTest, LetsAWorkerDestroyItsOwnObject)
 {
-    static int runs;  // no capture is left when the object is gone
-    runs = 0;
     TestThread* thread = nullptr;
-    thread = new TestThread([&thread] {
+    Event isDestroyed;
+    thread = new TestThread([&] {
+        Event& outlivesThis = isDestroyed;
         delete thread;
-        ++runs;
+        outlivesThis.Set();  // once: this is not called again
         return true;
     });
     ASSERT_EQ(0, thread->Start("self-destroyer", Thread::PRIORITY_MIN));
-    Simulation::LetOthersRun();
-    EXPECT_EQ(1, runs);
+    isDestroyed.Wait();
+}
+
+TEST_F(ThreadTest, IsStoppedByItsDestructor)
+{
+    struct Unstopped : Thread {
+        explicit Unstopped(Event& event) : hasRun(event) {}
+        bool Run() override
+        {
+            hasRun.Set();
+            return false;
+        }
+        Event& hasRun;
+    };
+    Event hasRun;
+    Unstopped thread(hasRun);
+    ASSERT_EQ(0, thread.Start("unstopped", Thread::PRIORITY_MIN));
+    hasRun.Wait();
 }
