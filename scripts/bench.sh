@@ -1,55 +1,55 @@
 #!/usr/bin/env bash
-# Runs the benchmarks beside what there is to compare with, five times over, and writes the medians, a table and a
-# picture: docs/benchmarks.json, .md and .svg. That takes a quarter of an hour on an idle machine. With --quick each
-# runs once, briefly, and all of this goes to build/bench/quick: the figures mean nothing, but it shows that everything
-# still works.
+# Runs the benchmarks beside what there is to compare with, five times over, and writes the medians, tables and
+# pictures: docs/benchmarks.json, docs/figures.md, docs/benchmarks.svg and docs/growth.svg, to be committed by
+# themselves. That takes some 25 minutes, on a machine that has nothing else to do. With --quick each row runs once, for
+# one iteration, and all of this goes to build/bench/quick: the figures mean nothing, but it shows that every row works.
+# With --draw nothing is measured: tables and pictures are made anew from docs/benchmarks.json.
 set -euo pipefail
-[ $# -eq 0 ] || [ "$*" = --quick ] || { echo "usage: bench.sh [--quick]" >&2; exit 2; }
+case $* in "" | --quick | --draw) ;; *) echo "usage: bench.sh [--quick | --draw]" >&2; exit 2 ;; esac
 cd "$(dirname "$0")/.."
 . scripts/lib.sh
 
-need c++=g++ cmake=cmake ninja=ninja-build libbenchmark-dev python3=python3 python3-matplotlib
+need python3=python3
+if [ "$*" = --draw ]; then
+    exec python3 scripts/bench_report.py docs
+fi
+need c++=g++ cmake=cmake ninja=ninja-build libbenchmark-dev
 # None of them has to be there. GStreamer's takes the libunwind of LLVM, which libc++ brings along, as well as the
 # usual one: it drives nothing out.
 (need pkg-config=pkg-config libglib2.0-dev libgstreamer1.0-dev libasio-dev libuv1-dev libevent-dev qtbase5-dev \
     nlohmann-json3-dev libavutil-dev libabsl-dev) || echo "going on with the peers that are there"
 build bench
 
-if [ $# -eq 0 ]; then
-    runs=5 passes=6 out=docs
-else
-    runs=1 passes=1 out=build/bench/quick
-fi
+runs=5 out=docs
+[ $# -eq 0 ] || runs=1 out=build/bench/quick
+program=build/bench/bench/osal_bench
 results=build/bench/results
 rm -rf "$results"
 mkdir -p "$results" "$out"
+subjects=$("$program" --benchmark_list_tests | cut -d / -f 1-3 | awk '!seen[$0]++')
+rows=$(cut -d / -f 1-2 <<<"$subjects" | awk '!seen[$0]++')
 # Row by row, so that what is compared is measured close together. Each subject by a process of its own: what one leaves
-# behind on the heap would make the next one slower. In several passes, of which the report takes the best: a machine
-# that others use as well is at times half as fast for a while. But where a queue's worker is at work, times differ from
-# pass to pass by themselves: those rows have one long pass.
+# behind on the heap would make the next one slower. Several passes, of which the report takes the best: a machine that
+# others use as well is at times half as fast for a while. But where a queue's worker is at work, times differ from pass
+# to pass by themselves: those rows have one long pass.
 for run in $(seq "$runs"); do
-    for family in queue container parcel system; do
-        program=build/bench/bench/${family}_bench
-        subjects=$("$program" --benchmark_list_tests | cut -d / -f 1-3 | sort -u)
-        for row in $(cut -d / -f 1-2 <<<"$subjects" | sort -u); do
-            last=$passes seconds=0.03
-            case $row in
-                queue/removal*) ;;
-                queue/*) last=1 seconds=0.3 ;;
-            esac
-            [ $# -eq 0 ] || seconds=0.001
-            for pass in $(seq "$last"); do
-                for subject in $(grep "^$row/" <<<"$subjects"); do
-                    log=$results/$run-$pass-${subject//\//-}
-                    "$program" --benchmark_filter="^$subject/" --benchmark_min_time="$seconds" \
-                        --benchmark_out="$log.json" --benchmark_out_format=json >"$log.log" 2>&1 ||
-                        { cat "$log.log" >&2; fail "the benchmark $subject failed"; }
-                done
-            done
+    for row in $rows; do
+        passes=5 seconds=0.02
+        case $row in
+            queue/burst) passes=1 seconds=0.1 ;;
+            queue/removal) passes=3 ;;
+            queue/*) passes=1 seconds=0.3 ;;
+        esac
+        [ $# -eq 0 ] || passes=1 seconds=0.000001
+        for pass in $(seq "$passes"); do
+            while IFS= read -r subject; do
+                log=$results/$run-$pass-${subject//[^a-z_A-Z]/-}
+                "$program" --benchmark_filter="^$subject/" --benchmark_min_time="$seconds" \
+                    --benchmark_out="$log.json" --benchmark_out_format=json >"$log.log" 2>&1 ||
+                    { cat "$log.log" >&2; fail "the benchmark $subject failed"; }
+            done < <(grep "^$row/" <<<"$subjects")
         done
     done
 done
-python=python3
-"$python" -c 'import matplotlib' 2>/dev/null || python=/usr/bin/python3  # whose the package is
-"$python" scripts/bench_report.py "$out" "$results"/*.json || fail "there is no report"
-echo "benchmarks passed: $out/benchmarks.md"
+python3 scripts/bench_report.py "$out" "$results"/*.json || fail "there is no report"
+echo "benchmarks passed: $out/figures.md"

@@ -1,340 +1,214 @@
 #!/usr/bin/env python3
-"""Turns results of Google Benchmark into benchmarks.json, .md and .svg: bench_report.py DIRECTORY RESULTS.json..."""
+# Makes figures.md, benchmarks.svg and growth.svg from benchmarks.json, as bench/report.txt says:
+#
+#     bench_report.py DIRECTORY [RESULTS.json...]     with results of Google Benchmark, makes benchmarks.json first
 
+import html
+import itertools
 import json
+import math
 import platform
+import re
 import statistics
 import sys
 from pathlib import Path
 
-import matplotlib
-
-matplotlib.use("svg")
-import matplotlib.pyplot as plt  # noqa: E402
-
-NAMES = {
-    "asio": "Asio", "glib": "GLib", "qt": "Qt", "libevent_precise": "libevent, precise",
-    "gst_structure": "GstStructure", "qvariantmap": "QVariantMap", "nlohmann_json": "nlohmann::json",
-    "av_dictionary": "AVDictionary", "absl_flat_hash_map": "absl::flat_hash_map", "absl_btree_map": "absl::btree_map",
-    "qdatastream": "QDataStream",
-}
-# Not libraries but the least that the same takes.
-BOUNDS = {
-    "condvar": "condition variable", "locked_deque": "locked deque", "map_of_lists": "map of lists",
-    "clock_nanosleep": "clock_nanosleep",
-    "map_shared_ptr": "map of shared_ptr", "map_own_texts": "map of shared_ptr, texts copied",
-    "map_variant": "map of variant", "memcpy": "memcpy", "std_thread": "std::thread",
-    "clock_gettime": "clock_gettime", "raw_calls": "system calls",
-}
-REMOVALS = {
-    "removal": "Removal from", "removal_in_order": "Removal, due times in order, from",
-    "removal_in_no_order": "Removal, due times in no order, from",
-}
-# Row, title, unit of "ns". The tables show all of them, the picture those with a title for it.
-ROWS = [
-    ("queue/burst", "Burst: queue and run", "a message, 10,000 at once"),
-    ("queue/post producers:1", "Post to a free worker", "a message, one producer"),
-    ("queue/post producers:2", None, "a message, two producers"),
-    ("queue/timers", "Timers", "processor time, a message"),
-    ("queue/hop", "Hop between two queues", "a hop"),
-    ("queue/lateness", "Lateness", "after 1 ms"),
-    ("queue/lateness_rt", "Lateness, real time", "after 1 ms"),
-    *((f"queue/{row} pending:{pending}", None, f"a pending message, of {pending:,}")
-      for row in REMOVALS for pending in (10, 1000, 100000)),
-    ("queue/memory pending:1000000", None, "a pending message"),
-    *((f"container/{row} entries:{size}", title if size == 16 else None, f"an entry of {size}")
-      for row, title in (("build", "Build"), ("read", "Read"), ("update", "Update"), ("copy", "Copy"),
-                         ("walk", "Walk"), ("release", "Release"), ("memory", None))
-      for size in (16, 128)),
-    ("parcel/write", "Parcel: write", "a value"),
-    ("parcel/read", "Parcel: read", "a value"),
-    ("parcel/texts", None, "a text, written and read"),
-    ("parcel/copy", None, "a parcel of 2,000 values"),
-    ("thread/start_stop", "Thread: start and stop", "a thread"),
-    ("clock/boot_us", "Clock", "a reading"),
-    ("memfd/create_seal_size_close", "Memory file", "create, seal, size, close"),
-]
-COUNTERS = {
-    "ns": "ns", "queue_ns": "ns, of that queuing", "run_ns": "ns, of that running", "median_ns": "ns, median",
-    "p99_ns": "ns, 99 %", "allocations": "allocations", "bytes": "bytes", "idle_bytes": "bytes left when idle again",
-}
-FAMILIES = {"queue": "Queue", "container": "Container", "parcel": "Parcel", "thread": "Thread",
-            "clock": "Clock", "memfd": "Memory file"}
-IDLE_BYTES = 4096
-NOTES = [
-    "- No queue has real-time priority, except in the rows called rt, where the workers of all have the same.",
-    "- libuv and Qt count delays in milliseconds. libevent's usual clock is as coarse as the scheduler's tick;"
-    " \"precise\" uses the one that the others use. libuv has no queue: its messages wait in a locked vector.",
-    "- Containers are given their keys as plain text, QVariantMap as QStrings made beforehand. AVDictionary stores"
-    " text only, and converts.",
-    "- Copies share the values in osal, its texts excepted, in the map of shared_ptr and, until they are changed, in"
-    " QVariantMap.",
-    "- \"of 16\" is the size of the container; a third of the keys are longer than 15 characters.",
-    "- The parcel that is called memcpy checks nothing.",
-    "- Messages that are due at once share a list in osal. In the rows \"in order\" and \"in no order\" each has a"
-    " due time of its own: a key of a map, and the only message of its list.",
-    "- The map of lists is that map alone: one thread, no lock, nobody to wake. In the rows of removal it only looks"
-    " for the message.",
-]
-
-AHEAD = [
-    "- Queue: libuv and the locked deque hand over a vector or a deque. No message of theirs has a due time, and"
-    " libuv's cannot be withdrawn.",
-    "- Timers: each message is a key of an ordered map and a node of its list; the map of lists shows what that takes"
-    " on one thread. Most of the rest comes of two threads that work on the same nodes and want the same lock: one"
-    " searches all that is pending under it, the other takes it for each message, which may be withdrawn until it runs."
-    " Asio and libevent keep a heap in an array. libevent's usual clock saves waking: its timers are milliseconds late,"
-    " many at a time.",
-    "- Lateness at ordinary priority: the system lets every ordinary thread that waits on a condition variable be 50"
-    " microseconds late. Asio and the precise libevent wait for a timer's descriptor, which is exempt, as real-time"
-    " threads are: the priority that workers of osal ask for. With all at that priority osal is about as late as"
-    " the bare clock_nanosleep: the rest is the system's.",
-    "- Removal in no order: the messages can only be reached through the map, whose neighbours are then far apart in"
-    " memory; in the bare map of lists, too. GLib goes through a list in the order of queuing.",
-    "- Reading one of 16: GstStructure goes through 16 numbers of interned names, osal searches an ordered map of"
-    " texts, in less time than the bare map of variant.",
-    "- Containers: a hash table keeps no order, and a B-tree holds its values in place. Here items are shared, with"
-    " copies and with whoever walks, so that each is a node, a count and an item, and a text one block more. Most of"
-    " the time that building, copying and releasing take is spent on getting and returning that memory. A bare map that"
-    " copies texts, too, takes as long.",
-]
+COUNTERS = {"ns": "ns", "queue_ns": "ns, of that queuing", "run_ns": "ns, of that running", "median_ns": "ns, median",
+            "p99_ns": "ns, 99 %", "bytes": "bytes", "idle_bytes": "bytes left when idle again, in all"}
+STYLE = """text{font:12px system-ui,sans-serif;fill:#1f2933}.b{font-weight:bold}.f{fill:#5b6875}.o{fill:#0a62c4}
+.e{text-anchor:end}.m{text-anchor:middle}path{fill:none;stroke:#dfe4e9}.s{fill:#93a1b0}.q{fill:#d9792b}.h{opacity:.45}
+.l0{stroke:#0a62c4;stroke-width:2.5}.l1{stroke:#c2560c;stroke-width:1.5}.l2{stroke:#1d8348;stroke-width:1.5;
+stroke-dasharray:6 3}.l3{stroke:#8e44ad;stroke-width:1.5;stroke-dasharray:2 2}rect.p{fill:#fff}
+@media(prefers-color-scheme:dark){rect.p{fill:#14191f}text{fill:#e4e8ec}.f{fill:#a3b0bc}.o{fill:#6cb2ff}
+path{stroke:#39434d}.s{fill:#6d7c8b}.l0{stroke:#6cb2ff}.l1{stroke:#ff9a57}.l2{stroke:#5fd38d}.l3{stroke:#cf9bea}}"""
+WIDTH = 480
 
 
-def targets():
-    """Yields what, row, counter, kind and number of each limit, and the row and the subject that it refers to."""
-    for factor, subjects in ((1.8, ["asio"]), (1, ["glib", "qt", "libevent"])):
-        for subject in subjects:
-            yield "Burst, queuing and running one message", "queue/burst", "ns", "×", factor, "queue/burst", subject
-    for subject in ("asio", "glib", "libevent", "libevent_precise", "qt"):
-        yield "Timers, processor time per message", "queue/timers", "ns", "×", 0.5, "queue/timers", subject
-    yield "Hop", "queue/hop", "ns", "×", 1.3, "queue/hop", "condvar"
-    lateness = "Lateness, median, at real-time priority"
-    for other, note in (("queue/lateness", ""), ("queue/lateness_rt", ", all at that priority")):
-        for subject in ("glib", "libuv", "qt"):
-            yield lateness + note, "queue/lateness_rt", "median_ns", "×", 0.5, other, subject
-    yield lateness, "queue/lateness_rt", "median_ns", "×", 1, "queue/lateness", "clock_nanosleep"
-    for size in (16, 128):
-        def container(row, factor, subject):
-            name = f"container/{row} entries:{size}"
-            return f"Container of {size}, {row} one entry", name, "ns", "×", factor, name, subject
-        for row in ("read", "update"):
-            for subject in ("gst_structure", "qvariantmap", "nlohmann_json"):
-                yield container(row, 1, subject)
-            yield container(row, 1.2, "map_variant")
-        yield container("walk", 1.5, "map_shared_ptr")
-        for row in ("build", "copy"):
-            yield container(row, 1.2, "map_shared_ptr")
-        yield container("copy", 1.2, "map_own_texts")
-    for row in ("write", "read"):
-        what = f"Parcel, one fixed value {'written' if row == 'write' else 'read'}"
-        yield what, f"parcel/{row}", "ns", "×", 1, f"parcel/{row}", "qdatastream"
-        yield what, f"parcel/{row}", "ns", "+", 3, f"parcel/{row}", "memcpy"
-    yield "Start and stop", "thread/start_stop", "ns", "×", 1.1, "thread/start_stop", "std_thread"
-    yield "Clock", "clock/boot_us", "ns", "×", 1.15, "clock/boot_us", "clock_gettime"
-    memfd = "memfd/create_seal_size_close"
-    yield "Memory file", memfd, "ns", "×", 1.15, memfd, "raw_calls"
-    for name, what in REMOVALS.items():
-        for pending in (10, 1000, 100000):
-            row = f"queue/{name} pending:{pending}"
-            yield f"{what} {pending:,}, ns per pending message", row, "ns", "=", 25, None, None
-            yield f"{what} {pending:,}, allocations", row, "allocations", "=", 0, None, None
-    in_no_order = "queue/removal_in_no_order pending:100000"
-    yield f"{REMOVALS['removal_in_no_order']} 100,000", in_no_order, "ns", "×", 1.2, in_no_order, "map_of_lists"
-    yield "Idle size after a million messages, bytes more than before", "queue/memory pending:1000000", \
-        "idle_bytes", "=", IDLE_BYTES, None, None
+def lines_of(kind):
+    for line in Path(__file__).parent.parent.joinpath("bench/report.txt").read_text().splitlines():
+        cells = [cell.strip() for cell in line.split("|")]
+        if cells[0] == kind:
+            parts = [part.split(",") if i % 2 else [part] for i, part in enumerate(re.split(r"[{}]", cells[1]))]
+            for row in itertools.product(*parts):
+                yield ["".join(row), *cells[2:], *[""] * 3]
 
 
 def number(value):
-    if value == 0 or abs(value) >= 100:
-        return f"{value:,.0f}"
-    return f"{value:.1f}" if abs(value) >= 10 else f"{value:.2f}"
+    digits = 0 if value == 0 or abs(value) >= 100 else 1 if abs(value) >= 10 else 2
+    return f"{value:,.{digits}f}"
 
 
+# The figures of all runs, each the least of its passes, by row, subject and counter; and the circumstances.
 def read(paths):
-    """The figures of all runs, each the least of its passes, by row, subject and counter; and the machine."""
-    passes = {}
-    about = {}
+    rows = {}
+    paths = sorted(map(Path, paths), key=lambda one: one.stat().st_mtime_ns)
+    context = json.loads(paths[0].read_text())["context"]
     for path in paths:
-        number_of_run = Path(path).name.split("-")[0]
-        result = json.loads(Path(path).read_text())
-        about = min({**about, **result["context"]}, {**result["context"], **about}, key=lambda one: one["date"])
-        for run in result["benchmarks"]:
-            if run.get("error_occurred"):
-                sys.exit(f"{run['name']}: {run['error_message']}")
-            if run["run_type"] != "iteration":
-                continue
-            family, row, subject, *rest = run["name"].split("/")
-            arguments = [text for text in rest if text.split(":")[0] in ("producers", "pending", "entries")]
-            counters = passes.setdefault(" ".join([f"{family}/{row}", *arguments]), {}).setdefault(subject, {})
-            for counter in COUNTERS.keys() & run.keys():
-                counters.setdefault(counter, {}).setdefault(number_of_run, []).append(run[counter])
-    runs = {row: {subject: {counter: [min(values) for values in by_run.values()]
-                            for counter, by_run in counters.items()}
-                  for subject, counters in subjects.items()} for row, subjects in passes.items()}
-    known = {row for row, *_ in ROWS}
-    if runs.keys() - known:
-        sys.exit(f"rows without a place in the report: {sorted(runs.keys() - known)}")
-    return runs, about
+        result = json.loads(path.read_text())
+        for bench in result["benchmarks"]:
+            if bench.get("error_occurred"):
+                print(f"{bench['name']}: {bench['error_message']}", file=sys.stderr)
+                if bench["error_message"].startswith("left out"):
+                    continue
+                sys.exit(1)
+            family, row, subject, *rest = bench["name"].split("/")
+            name = " ".join([f"{family}/{row}", *(part for part in rest if re.match(r"(?!iterations)\w+:\d+$", part))])
+            of_row = rows.setdefault(name, {"unit": bench["label"], "subjects": {}})["subjects"].setdefault(subject, {})
+            for counter in COUNTERS.keys() & bench.keys():
+                runs, run = of_row.setdefault(counter, {}), path.name.split("-")[0]
+                runs[run] = min(runs.get(run, math.inf), float(f"{bench[counter]:.5g}"))
+    kinds = {key[len("subject "):]: value.split()[0] for key, value in context.items() if key.startswith("subject ")}
+    for row in rows.values():
+        row["subjects"] = {subject: {counter: list(runs.values()) for counter, runs in sorted(counters.items())}
+                           for subject, counters in sorted(row["subjects"].items())}
+    return {"machine": describe(context), "kinds": kinds, "rows": rows}
 
 
-def describe(about):
-    cpu = next((line.split(":")[1].strip() for line in Path("/proc/cpuinfo").read_text().splitlines()
-                if line.startswith("model name")), platform.machine())
-    caches = ", ".join(f"L{cache['level']} {cache['type'].lower()} {cache['size'] // 1024} KiB"
-                       for cache in about.get("caches", []))
-    system = platform.freedesktop_os_release().get("PRETTY_NAME", "") if Path("/etc/os-release").exists() else ""
-    versions = [f"{key.removeprefix('version of ')} {value}" for key, value in about.items()
-                if key.startswith("version of ")]
-    virtual = " (virtual machine)" if "hypervisor" in Path("/proc/cpuinfo").read_text() else ""
+def describe(context):
+    cpu = Path("/proc/cpuinfo").read_text()
+    name = re.search(r"model name\s*: (.*)", cpu)
+    versions = {value.partition(" ")[2] for key, value in context.items() if key.startswith("subject ")} - {""}
     return {
-        "date": about["date"][:10],
-        "processor": f"{cpu}, {about['num_cpus']} cores at {about['mhz_per_cpu']} MHz{virtual}",
-        "caches": caches,
-        "system": f"{system}, Linux {platform.release()}, {platform.libc_ver()[0]} {platform.libc_ver()[1]}",
-        "load before": ", ".join(f"{load:.1f}" for load in about.get("load_avg", [])),
-        "compiler": about["compiler"],
+        "date": context["date"][:10],
+        "processor": f"{name[1] if name else platform.machine()}, {context['num_cpus']} cores at "
+                     f"{context['mhz_per_cpu']} MHz{' (virtual machine)' if 'hypervisor' in cpu else ''}",
+        "caches": ", ".join(f"L{one['level']} {one['type'].lower()} {one['size'] // 1024} KiB" for one in context["caches"]),
+        "system": f"{platform.freedesktop_os_release()['PRETTY_NAME']}, Linux {platform.release()}, "
+                  f"{' '.join(platform.libc_ver())}",
+        "load before": ", ".join(f"{load:.1f}" for load in context["load_avg"]),
+        "compiler": context["compiler"],
         "compared with": ", ".join(sorted(versions, key=str.lower)),
     }
 
 
-def verdicts(runs):
-    """Compared run by run, since what else the machine does weighs on all figures of a run alike."""
-    for what, row, counter, kind, limit, other_row, subject in targets():
-        osal = runs.get(row, {}).get("osal", {}).get(counter)
-        other = runs.get(other_row, {}).get(subject, {}).get(counter) if subject else [0] * len(osal or [])
-        name = BOUNDS.get(subject) or NAMES.get(subject, subject)
-        bound = {"×": f"{limit} × {name}", "+": f"{name} + {limit} ns", "=": f"{limit:,}"}[kind]
-        if osal is None or other is None:
-            yield what, bound, "not measured", ""
-        elif kind == "×":
-            ratio = statistics.median(mine / its for mine, its in zip(osal, other))
-            yield what, bound, f"{ratio:.2f} ×", "yes" if ratio <= limit else "**no**"
-        else:
-            more = statistics.median(mine - its for mine, its in zip(osal, other))
-            yield what, bound, ("+ " if kind == "+" else "") + number(more), "yes" if more <= limit else "**no**"
+def values(data, row, subject, counter):
+    return data["rows"].get(row, {}).get("subjects", {}).get(subject, {}).get(counter)
 
 
-def write_markdown(path, machine, runs, medians, repetitions):
-    lines = ["# Benchmarks", "",
-             f"Written by `scripts/bench.sh`: the median of {repetitions} runs. The figure of a run is the best of six"
-             " passes, but the rows of the queue other than removal have one; that of a pass is the median of its"
-             " iterations. Less is better everywhere. The code is in `bench/`, the spread of the runs in"
-             " `benchmarks.json`.", "", "![The picture](benchmarks.svg)", "", "| | |", "| --- | --- |"]
-    lines += [f"| {key} | {value} |" for key, value in machine.items() if value]
-    lines += ["", "Good to know:", "", *NOTES, "", "Where others are ahead, and why:", "", *AHEAD, "",
-              "## What was to be reached", "", "| what | at most | measured | holds |", "| --- | --- | --- | --- |"]
-    lines += [f"| {' | '.join(verdict)} |" for verdict in verdicts(runs)]
-    for family, title in FAMILIES.items():
-        rows = [(row, unit) for row, _, unit in ROWS if row.startswith(family + "/") and row in medians]
-        subjects = sorted({subject for row, _ in rows for subject in medians[row]},
-                          key=lambda subject: (subject != "osal", subject in BOUNDS, subject))
-        header = ["", "unit", *(BOUNDS.get(subject) or NAMES.get(subject, subject) for subject in subjects)]
-        lines += ["", f"## {title}", "", f"| {' | '.join(header)} |", f"| --- | --- |{' ---: |' * len(subjects)}"]
-        for row, unit in rows:
-            for counter, counter_unit in COUNTERS.items():
-                values = [medians[row].get(subject, {}).get(counter) for subject in subjects]
-                if any(value is not None for value in values):
-                    cells = ["" if value is None else number(value) for value in values]
-                    lines.append(f"| {row.split('/')[1].split(' ')[0].replace('_', ' ')} | {counter_unit}; {unit} | "
-                                 f"{' | '.join(cells)} |")
+# Compared run by run, since what else the machine does weighs on all figures of a run alike.
+def verdicts(data):
+    for row, counter, limit, subjects, other_row, *_ in lines_of("target"):
+        for subject in subjects.split("; "):
+            mine = values(data, row, "osal", counter)
+            its = values(data, other_row or row, subject, counter) if subject else [0] * len(mine or [])
+            most = float(re.sub("[x+ ]", "", limit))
+            bound = f"{most:g} × {subject}" if "x" in limit else f"{subject} + {most:g}" if subject else f"{most:,g}"
+            head = f"{row}, {COUNTERS[counter]}", bound + (f" in {other_row}" if other_row else "")
+            if mine is None or its is None:
+                yield *head, "not measured", ""
+                continue
+            got = statistics.median(m / i if "x" in limit else m - i for m, i in zip(mine, its))
+            yield *head, number(got) + (" ×" if "x" in limit else ""), "yes" if got <= most else "**no**"
+
+
+def write_figures(path, data):
+    runs = max(len(runs) for row in data["rows"].values() for one in row["subjects"].values() for runs in one.values())
+    lines = ["# Figures of the benchmarks", "",
+             f"Written by `scripts/bench.sh`: medians of {runs} runs. [Benchmarks](benchmarks.md) says what they mean.", "",
+             "| | |", "| --- | --- |", *(f"| {key} | {value} |" for key, value in data["machine"].items()), "",
+             "## Targets", "", "| what | at most | measured | holds |", "| --- | --- | --- | --- |",
+             *(f"| {' | '.join(verdict)} |" for verdict in verdicts(data))]
+    shown = [row for row, *_ in lines_of("row") if row in data["rows"]]
+    for family in dict.fromkeys(row.split("/")[0] for row in shown):
+        rows = [row for row in shown if row.startswith(family + "/")]
+        subjects = sorted({subject for row in rows for subject in data["rows"][row]["subjects"]},
+                          key=lambda one: (one != "osal", data["kinds"].get(one) == "bound", one.lower()))
+        lines += ["", f"## {family.capitalize()}", "", f"| row | figure | {' | '.join(subjects)} |",
+                  f"| --- | --- |{' ---: |' * len(subjects)}"]
+        for row, (counter, unit) in itertools.product(rows, COUNTERS.items()):
+            cells = [values(data, row, subject, counter) for subject in subjects]
+            if any(cells):
+                what = unit if "in all" in unit else f"{unit}; {data['rows'][row]['unit']}"
+                lines.append(f"| {row.split('/')[1]} | {what} | "
+                             f"{' | '.join(number(statistics.median(cell)) if cell else '' for cell in cells)} |")
     path.write_text("\n".join(lines) + "\n")
 
 
-OSAL, SLOWER, FASTER, TEXT, FAINT = "#0a62c4", "#93a1b0", "#e08a2c", "#1f2933", "#5b6875"
+def text(x, y, content, classes):
+    return f'<text x="{x:.0f}" y="{y:.0f}" class="{classes}">{html.escape(content)}</text>'
 
 
-def draw_row(axes, values, title, unit):
-    order = sorted(values, key=values.get)
-    for y, subject in enumerate(order):
-        ratio = values[subject] / values["osal"]
-        if subject == "osal":
-            axes.plot(1, y, "D", color=OSAL, markersize=6, zorder=3)
-            axes.annotate(f"{number(values[subject])} ns" if values[subject] < 10_000 else
-                          f"{number(values[subject] / 1000)} µs", (1, y), (7, 0), textcoords="offset points", va="center",
-                          color=OSAL, weight="bold", bbox={"facecolor": "white", "edgecolor": "none", "pad": 0.5})
-            continue
-        is_bound = subject in BOUNDS
-        colour = SLOWER if ratio >= 1 else FASTER
-        left, right = axes.get_xlim()
-        end = min(max(ratio, left * 1.25), right / 2.5)
-        axes.barh(y, end - 1, left=1, height=0.62, facecolor="white" if is_bound else colour, edgecolor=colour,
-                  linewidth=1.2, hatch="/////" if is_bound else None, zorder=2)
-        digits = f"{ratio:.1f}" if ratio < 10 else f"{ratio:.0f}"
-        digits = f"{ratio:.2f}" if ratio < 0.995 else digits
-        axes.annotate(digits + " ×", (max(end, 1), y), (4, 0), textcoords="offset points", va="center", color=FAINT)
-    axes.axvline(1, color=OSAL, linewidth=1, zorder=1)
-    axes.set_yticks(range(len(order)))
-    axes.set_yticklabels([BOUNDS.get(subject) or NAMES.get(subject, subject) for subject in order])
-    for label, subject in zip(axes.get_yticklabels(), order):
-        if subject == "osal":
-            label.set(color=OSAL, weight="bold")
-    axes.set_ylim(len(order) - 0.4, -0.6)
-    axes.set_title(title, loc="left", weight="bold", color=TEXT, fontsize=10, pad=15)
-    axes.annotate(unit, (0, 1), (0, 4), xycoords="axes fraction", textcoords="offset points", color=FAINT)
-    axes.tick_params(length=0, labelcolor=TEXT)
-    axes.tick_params(axis="x", labelcolor=FAINT)
-    for side in ("top", "left", "right", "bottom"):
-        axes.spines[side].set_visible(False)
-    axes.grid(axis="x", color="#e4e8ec", linewidth=0.8, zorder=0)
+def save(path, title, height, parts):
+    path.write_text(f'<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 {WIDTH} {height:.0f}" width="{WIDTH}" '
+                    f'height="{height:.0f}" role="img"><title>{html.escape(title)}</title><style>{STYLE}</style>'
+                    f'<rect class="p" width="100%" height="100%"/>' + "\n".join(parts) + "</svg>\n")
 
 
-def write_picture(path, machine, medians):
-    panels = []
-    for row, title, unit in ROWS:
+def draw_rows(path, data):
+    left, middle, step = 196, 284, 36  # a step is a factor of four
+    y, parts = 36, [text(8, 20, "Time taken, where osal takes 1: less is better", "b"),
+                    text(8, 36, "Logarithmic. Grey: slower than osal. Orange: faster. Pale: plain code, a bound.", "f")]
+    for row, title, *_ in lines_of("row"):
         counter = "median_ns" if "lateness" in row else "ns"
-        values = {subject: counters[counter] for subject, counters in medians.get(row, {}).items()
-                  if counters.get(counter, 0) > 0}
-        if title and "osal" in values:
-            panels.append((values, f"{FAMILIES[row.split('/')[0]]}: {title[0].lower()}{title[1:]}"
-                           if row.startswith(("queue", "container")) else title, unit))
-    columns = 3
-    lines = [panels[i:i + columns] for i in range(0, len(panels), columns)]
-    heights = [max(len(values) for values, *_ in line) + 3.2 for line in lines]
-    plt.rcParams.update({"font.family": "DejaVu Sans", "font.size": 8.5, "svg.fonttype": "none",
-                         "svg.hashsalt": "osal", "hatch.linewidth": 0.7})
-    figure, grid = plt.subplots(len(lines), columns, figsize=(12, 0.172 * sum(heights) + 1.3), squeeze=False,
-                                gridspec_kw={"height_ratios": heights}, layout="constrained")
-    ratios = [value / values["osal"] for values, *_ in panels for value in values.values()]
-    limits = max(min(ratios) / 1.3, 1 / 20), min(max(ratios) * 2.6, 100)
-    ticks = [tick for tick in (1 / 16, 1 / 4, 1, 4, 16, 64) if limits[0] <= tick <= limits[1]]
-    for axes, panel in zip(grid.flat, panels):
-        axes.set_xscale("log")
-        axes.set_xlim(*limits)
-        axes.set_xticks(ticks, [f"{tick:g}" if tick >= 1 else f"1/{1 / tick:g}" for tick in ticks])
-        axes.minorticks_off()
-        draw_row(axes, *panel)
-    for axes in grid.flat[len(panels):]:
-        axes.axis("off")
-    figure.suptitle("Time taken, where osal takes 1 (less is better; logarithmic)", x=0.01, ha="left",
-                    fontsize=13, weight="bold", color=TEXT)
-    figure.supxlabel("grey: slower than osal; orange: faster than osal; hatched: plain code or bare calls, as a bound\n"
-                     f"{machine['processor']}; {machine['system']}; {machine['compiler']}; {machine['date']}",
-                     x=0.01, ha="left", fontsize=8.5, color=FAINT)
-    figure.savefig(path, metadata={"Date": None}, facecolor="white")
+        medians = {subject: statistics.median(one[counter]) for subject, one in
+                   data["rows"].get(row, {"subjects": {}})["subjects"].items() if one[counter]}
+        if not title or "osal" not in medians:
+            continue
+        y += 32
+        parts += [text(8, y, title, "b"), text(WIDTH - 8, y, data["rows"][row]["unit"], "f e"),
+                  f'<path d="M{middle} {y + 5}v{16 * len(medians) + 2}"/>']
+        for subject in sorted(medians, key=medians.get):
+            y += 16
+            ratio = medians[subject] / medians["osal"]
+            end = min(max(middle + step * math.log(max(ratio, 1e-6), 4), left + 10), 430)
+            if subject == "osal":
+                parts += [text(left - 6, y + 4, subject, "e o b"),
+                          text(middle + 5, y + 4, f"{number(medians[subject])} ns", "o b")]
+                continue
+            shade = ("s" if ratio >= 1 else "q") + (" h" if data["kinds"].get(subject) == "bound" else "")
+            parts += [text(left - 6, y + 4, subject, "e"), text(max(end, middle) + 5, y + 4, f"{number(ratio)} ×", "f"),
+                      f'<rect class="{shade}" x="{min(middle, end):.0f}" y="{y - 6}" '
+                      f'width="{max(abs(end - middle), 1):.0f}" height="11"/>']
+    save(path, "How long operations take, beside what users know", y + 16, parts)
+
+
+def draw_growth(path, data):
+    left, right, parts, top = 62, 300, [], 6
+    for row, counter, title, subjects, *_ in lines_of("growth"):
+        curves = {}
+        for name in data["rows"]:
+            match = re.fullmatch(re.escape(row).replace(r"\*", r"(\d+)"), name)
+            for subject in subjects.split("; ") if match else ():
+                if values(data, name, subject, counter):
+                    curves.setdefault(subject, {})[int(match[1])] = max(
+                        statistics.median(values(data, name, subject, counter)), 0.1)
+        if "osal" not in curves:
+            continue
+        sizes = sorted({size for curve in curves.values() for size in curve})
+        figures = [math.log10(value) for curve in curves.values() for value in curve.values()]
+        low, high = math.floor(min(figures)), math.floor(max(figures)) + 1
+        across = {size: left + math.log(size / sizes[0]) / math.log(sizes[-1] / sizes[0]) * 238 for size in sizes}
+        down = lambda power: top + 158 - (power - low) / (high - low) * 130  # noqa: E731
+        parts.append(text(8, top + 16, title, "b"))
+        parts += [f'<path d="M{left} {down(power):.0f}H{right}"/>' +
+                  text(left - 5, down(power) + 4, f"{10.0 ** power:,.16g}", "f e") for power in range(low, high + 1)]
+        parts += [text(x, top + 174, f"{size // 1000:,} k" if size >= 1000 else str(size), "f m")
+                  for size, x in across.items()]
+        ends, label_y = [], 0
+        for i, subject in enumerate(one for one in subjects.split("; ") if one in curves):
+            points = [(across[size], down(math.log10(value))) for size, value in sorted(curves[subject].items())]
+            parts.append(f'<path class="l{i}" d="M{" L".join(f"{x:.0f} {y:.0f}" for x, y in points)}"/>')
+            ends.append((points[-1][1], i, subject, number(curves[subject][max(curves[subject])])))
+        for end_y, i, subject, figure in sorted(ends):
+            label_y = max(end_y + 4, label_y + 14)
+            parts += [f'<path class="l{i}" d="M{right + 4} {label_y - 4:.0f}h12"/>',
+                      text(right + 19, label_y, f"{subject} {figure}", "o b" if i == 0 else "")]
+        top += 192
+    save(path, "How the time of operations grows, in ns", top + 24, [*parts, text(
+        8, top + 12, "Both axes are logarithmic: ns, over messages pending or entries", "f")])
 
 
 def main():
-    if len(sys.argv) < 3:
-        sys.exit("usage: bench_report.py DIRECTORY RESULTS.json...")
+    if len(sys.argv) < 2:
+        sys.exit("usage: bench_report.py DIRECTORY [RESULTS.json...]")
     out = Path(sys.argv[1])
-    runs, about = read(sys.argv[2:])
-    machine = describe(about)
-    medians = {row: {subject: {counter: statistics.median(values) for counter, values in counters.items()}
-                     for subject, counters in subjects.items()} for row, subjects in runs.items()}
-    repetitions = max(len(values) for subjects in runs.values() for counters in subjects.values()
-                      for values in counters.values())
-    lines = [f'  "{row}": {{\n' + ",\n".join(
-        f'    "{subject}": ' + json.dumps({counter: [float(f"{value:.5g}") for value in
-                                                      (statistics.median(values), min(values), max(values))]
-                                           for counter, values in sorted(counters.items())})
-        for subject, counters in sorted(runs[row].items())) + "\n  }" for row, *_ in ROWS if row in runs]
-    (out / "benchmarks.json").write_text(
-        '{\n"machine": ' + json.dumps(machine, indent=2) + f',\n"runs": {repetitions},\n'
-        '"values": "median, least, most",\n"rows": {\n' + ",\n".join(lines) + "\n}\n}\n")
-    json.loads((out / "benchmarks.json").read_text())
-    write_markdown(out / "benchmarks.md", machine, runs, medians, repetitions)
-    write_picture(out / "benchmarks.svg", machine, medians)
+    if sys.argv[2:]:  # a line for each row
+        (out / "benchmarks.json").write_text(
+            re.sub(r' ("[a-z]+/[^"]*": \{"unit")', r"\n\1", json.dumps(read(sys.argv[2:]))) + "\n")
+    data = json.loads((out / "benchmarks.json").read_text())
+    write_figures(out / "figures.md", data)
+    draw_rows(out / "benchmarks.svg", data)
+    draw_growth(out / "growth.svg", data)
 
 
-if __name__ == "__main__":
-    main()
+main()

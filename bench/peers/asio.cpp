@@ -1,15 +1,11 @@
-#include "queue_shapes.h"
+#include "../peer.h"
 
 #include <asio.hpp>
 
 namespace bench {
 
-namespace {
-
 class AsioQueue {
 public:
-    static constexpr const char* NAME = "asio";
-
     void Start()
     {
         mThread = std::thread([this] { mContext.run(); });
@@ -19,21 +15,15 @@ public:
         mWork.reset();
         mThread.join();
     }
-    void Post(osal::IMsgHandler* handler)
+    void Post(Task* task)
     {
-        asio::post(mContext, [handler] {
-            int32_t arg = 0;
-            handler->HandleMsg(arg);
-        });
+        asio::post(mContext, [task] { task->Run(); });
     }
-    void PostDelayed(osal::IMsgHandler* handler, uint64_t delayNs)
+    void PostDelayed(Task* task, uint64_t delayNs)
     {
         // Shared: it may expire before async_wait() has returned.
         const auto timer = std::make_shared<asio::steady_timer>(mContext, std::chrono::nanoseconds(delayNs));
-        timer->async_wait([timer, handler](const asio::error_code&) {
-            int32_t arg = 0;
-            handler->HandleMsg(arg);
-        });
+        timer->async_wait([timer, task](const asio::error_code&) { task->Run(); });
     }
 
 private:
@@ -43,9 +33,7 @@ private:
 };
 
 const bool REGISTERED =
-    Version("Asio", {ASIO_VERSION / 100'000, ASIO_VERSION / 100 % 1'000, ASIO_VERSION % 100}) &&
-    RegisterQueue<AsioQueue, ALL_BUT_REMOVAL>();
-
-}  // namespace
+    Add<AsioQueue>("Asio", Kind::PEER,
+                   "Asio " + Dotted({ASIO_VERSION / 100'000, ASIO_VERSION / 100 % 1'000, ASIO_VERSION % 100}));
 
 }  // namespace bench

@@ -1,23 +1,17 @@
-#include "queue_shapes.h"
+#include "../peer.h"
 
 #include <glib.h>
 
 namespace bench {
 
-namespace {
-
 class GlibQueue {
 public:
-    static constexpr const char* NAME = "glib";
-
     GlibQueue() : mContext(g_main_context_new()), mLoop(g_main_loop_new(mContext, FALSE)) {}
     ~GlibQueue()
     {
         g_main_loop_unref(mLoop);
         g_main_context_unref(mContext);
     }
-    GlibQueue(const GlibQueue&) = delete;
-    GlibQueue& operator=(const GlibQueue&) = delete;
 
     void Start()
     {
@@ -28,37 +22,36 @@ public:
         g_main_loop_quit(mLoop);
         mThread.join();
     }
-    void Post(osal::IMsgHandler* handler)
+    void Post(Task* task)
     {
         GSource* const source = g_idle_source_new();
         g_source_set_priority(source, G_PRIORITY_DEFAULT);
-        Attach(source, handler);
+        Attach(source, task);
     }
-    void PostDelayed(osal::IMsgHandler* handler, uint64_t delayNs)
+    void PostDelayed(Task* task, uint64_t delayNs)
     {
         GSource* const source = g_timeout_source_new(0);
         // The interval that the source is made with counts in milliseconds, this in microseconds.
         g_source_set_ready_time(source, g_get_monotonic_time() + static_cast<gint64>((delayNs + 999) / 1'000));
-        Attach(source, handler);
+        Attach(source, task);
     }
-    void Remove(osal::IMsgHandler* handler)
+    void Remove(Task* task)
     {
-        GSource* const source = g_main_context_find_source_by_user_data(mContext, handler);
+        GSource* const source = g_main_context_find_source_by_user_data(mContext, task);
         if (source != nullptr) {
             g_source_destroy(source);
         }
     }
 
 private:
-    static gboolean Dispatch(gpointer data)
+    static gboolean Dispatch(gpointer task)
     {
-        int32_t arg = 0;
-        static_cast<osal::IMsgHandler*>(data)->HandleMsg(arg);
+        static_cast<Task*>(task)->Run();
         return G_SOURCE_REMOVE;
     }
-    void Attach(GSource* source, osal::IMsgHandler* handler)
+    void Attach(GSource* source, Task* task)
     {
-        g_source_set_callback(source, Dispatch, handler, nullptr);
+        g_source_set_callback(source, Dispatch, task, nullptr);
         g_source_attach(source, mContext);
         g_source_unref(source);
     }
@@ -68,9 +61,7 @@ private:
     std::thread mThread;
 };
 
-const bool REGISTERED = Version("GLib", {GLIB_MAJOR_VERSION, GLIB_MINOR_VERSION, GLIB_MICRO_VERSION}) &&
-                        RegisterQueue<GlibQueue, ALL_BUT_REMOVAL | REMOVAL | REMOVAL_TIMED>();
-
-}  // namespace
+const bool REGISTERED = Add<GlibQueue>(
+    "GLib", Kind::PEER, "GLib " + Dotted({GLIB_MAJOR_VERSION, GLIB_MINOR_VERSION, GLIB_MICRO_VERSION}));
 
 }  // namespace bench

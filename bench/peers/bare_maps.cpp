@@ -1,0 +1,54 @@
+#include "../peer.h"
+
+#include <list>
+
+namespace bench {
+
+// A map from due time to list, as the queue keeps its messages in, but alone: no thread, no lock, nobody to wake.
+class MapOfLists {
+public:
+    void PostDelayed(Task* task, uint64_t delayNs)
+    {
+        mPending.try_emplace(mPending.end(), NowNs() + delayNs)->second.emplace_back(task, 0);
+    }
+    // Only looks for the message, and takes nothing out.
+    void Remove(Task* task)
+    {
+        uint64_t found = 0;
+        for (const auto& [dueNs, items] : mPending) {
+            for (const auto& [pending, arg] : items) {
+                found += pending == task ? 1 : 0;
+            }
+        }
+        benchmark::DoNotOptimize(found);
+    }
+
+private:
+    std::map<uint64_t, std::list<std::pair<Task*, int32_t>>> mPending;
+};
+
+// Copies share the values, as the library's do but for texts.
+using SharedMap = BareMap<std::map<std::string, std::shared_ptr<Value>>>;
+
+// Each copy has texts of its own, too; nothing else is different.
+class OwnTextsMap : public SharedMap {
+public:
+    OwnTextsMap Copy() const
+    {
+        OwnTextsMap copy(*this);
+        for (auto& [key, value] : copy.mMap) {
+            if (std::holds_alternative<std::string>(*value)) {
+                value = std::make_shared<Value>(*value);
+            }
+        }
+        return copy;
+    }
+    uint64_t Walk() const = delete;
+};
+
+const bool REGISTERED = Add<MapOfLists>("map of lists", Kind::BOUND) &&
+                        Add<SharedMap>("map of shared_ptr", Kind::BOUND) &&
+                        Add<OwnTextsMap>("map of shared_ptr, texts copied", Kind::BOUND) &&
+                        Add<BareMap<std::map<std::string, Value>>>("map of variant", Kind::BOUND);
+
+}  // namespace bench
