@@ -373,7 +373,9 @@ int main()
     CountQueue("in_no_order", [](uint64_t i) { return (i * 617 % TIMES + 1) * MINUTE_NS; });
     CountRun("at_once", 0);
     CountRun("delayed", 1);  // past as soon as the worker looks
-    CountThread();
+    for (int i = 0; i < 10; ++i) {  // the other thread may be in the way: the script takes the least
+        CountThread();
+    }
     Operation("clock.boot", [](Count count) { count.Each([](uint64_t) { Require(osal::GetTimeUsBoot() > 0); }); });
     return 0;
 }

@@ -34,7 +34,7 @@ rows=$(cut -d / -f 1-2 <<<"$subjects" | awk '!seen[$0]++')
 # to pass by themselves: those rows have one long pass.
 for run in $(seq "$runs"); do
     for row in $rows; do
-        passes=5 seconds=0.02
+        passes=4 seconds=0.02
         case $row in
             queue/burst) passes=1 seconds=0.1 ;;
             queue/removal) passes=3 ;;

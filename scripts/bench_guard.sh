@@ -31,8 +31,11 @@ env -i LD_BIND_NOW=1 GLIBC_TUNABLES="$tunables" "$(command -v valgrind)" --tool=
     >"$counts/counts" 2>"$counts/log" || { cat "$counts/log" >&2; fail "an operation cannot be counted"; }
 # A line of counts: name, times, allocations; a file of callgrind: the name, then the instructions of all times.
 awk '/^desc: Trigger: Client Request: / { name = $NF }
-    /^totals: / && name { instructions[name] = $2; name = "" }
-    FILENAME ~ /counts$/ {
+    /^totals: / && name {
+        if (!(name in instructions) || $2 < instructions[name]) instructions[name] = $2
+        name = ""
+    }
+    FILENAME ~ /counts$/ && !is_seen[$1]++ {
         if (!($1 in instructions)) { print $1 ": not counted" >"/dev/stderr"; exit 1 }
         printf "%-32s %10.1f %8.2f\n", $1, instructions[$1] / $2, $3 / $2
     }' "$counts"/callgrind.*-* "$counts/counts" >"$counts/result" || fail "an operation was not counted"
