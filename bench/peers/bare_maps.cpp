@@ -11,16 +11,12 @@ public:
     {
         mPending.try_emplace(mPending.end(), NowNs() + delayNs)->second.emplace_back(task, 0);
     }
-    // Only looks for the message, and takes nothing out.
     void Remove(Task* task)
     {
-        uint64_t found = 0;
-        for (const auto& [dueNs, items] : mPending) {
-            for (const auto& [pending, arg] : items) {
-                found += pending == task ? 1 : 0;
-            }
+        for (auto position = mPending.begin(); position != mPending.end();) {
+            position->second.remove_if([task](const auto& message) { return message.first == task; });
+            position = position->second.empty() ? mPending.erase(position) : std::next(position);
         }
-        benchmark::DoNotOptimize(found);
     }
 
 private:
