@@ -199,8 +199,8 @@ def draw_growth(path, data):
 
 
 def main():
-    if len(sys.argv) < 2:
-        sys.exit("usage: bench_report.py DIRECTORY [RESULTS.json...]")
+    if len(sys.argv) < 2 or not (sys.argv[2:] or Path(sys.argv[1], "benchmarks.json").exists()):
+        sys.exit("usage: bench_report.py DIRECTORY [RESULTS.json...]; without results DIRECTORY has a benchmarks.json")
     out = Path(sys.argv[1])
     if sys.argv[2:]:  # a line for each row
         (out / "benchmarks.json").write_text(
