@@ -58,14 +58,8 @@ uint64_t Digest(T value)
 {
     return static_cast<uint64_t>(value);
 }
-inline uint64_t Digest(const char* value)
-{
-    return static_cast<uint64_t>(value[0]);
-}
-inline uint64_t Digest(const std::string& value)
-{
-    return Digest(value.c_str());
-}
+inline uint64_t Digest(const char* value) { return static_cast<uint64_t>(value[0]); }
+inline uint64_t Digest(const std::string& value) { return Digest(value.c_str()); }
 
 // Type under which a Value holds a T.
 template <typename T>
@@ -78,15 +72,9 @@ void VisitValue(const Entry& entry, uint64_t round, Visitor visit)
     constexpr std::array<const char*, 2> TEXTS{"audio/mpeg; version=4", "video/raw"};
     const auto number = static_cast<int32_t>(entry.mIndex * 16 + round % 2);
     switch (entry.mType) {
-        case EntryType::INT32:
-            visit(number);
-            break;
-        case EntryType::DOUBLE:
-            visit(number + 0.5);
-            break;
-        case EntryType::TEXT:
-            visit(TEXTS[round % TEXTS.size()]);
-            break;
+        case EntryType::INT32: visit(number); break;
+        case EntryType::DOUBLE: visit(number + 0.5); break;
+        case EntryType::TEXT: visit(TEXTS[round % TEXTS.size()]); break;
     }
 }
 
@@ -119,14 +107,8 @@ void Put(std::shared_ptr<Value>& stored, T value)
 {
     stored ? void(*stored = value) : void(stored = std::make_shared<Value>(value));
 }
-inline const Value& Get(const Value& stored)
-{
-    return stored;
-}
-inline const Value& Get(const std::shared_ptr<Value>& stored)
-{
-    return *stored;
-}
+inline const Value& Get(const Value& stored) { return stored; }
+inline const Value& Get(const std::shared_ptr<Value>& stored) { return *stored; }
 
 // A container that is a map from text to Value, or to a shared one.
 template <typename Map>

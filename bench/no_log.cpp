@@ -4,7 +4,4 @@ extern "C" __attribute__((visibility("default"), format(printf, 3, 4))) int __an
                                                                                                 const char* fmt,
                                                                                                 ...);
 
-int __android_log_print(int, const char*, const char*, ...)
-{
-    return 0;
-}
+int __android_log_print(int, const char*, const char*, ...) { return 0; }
