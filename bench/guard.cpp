@@ -1,8 +1,8 @@
 // Operations of the library, one after another, for scripts/bench_guard.sh to count: instructions as callgrind
-// sees them, and allocations. Counts do not depend on what else the machine does, as times do.
+// sees them, and allocations. Unlike times, counts do not depend on the load of the machine.
 //
-// Each operation has a process of its own, forked from one that has used nothing yet: what one leaves on the heap
-// does not change the counts of the next. Only the thread that measures is counted.
+// Each operation runs in a process of its own, forked from one that has used nothing yet: what one operation
+// leaves on the heap does not change the counts of the next. Only the thread that measures is counted.
 
 #include "osal/media_meta.h"
 #include "osal/media_param.h"
@@ -24,7 +24,7 @@ thread_local uint64_t allocations = 0;
 
 extern "C" void* __libc_malloc(size_t size);
 
-// Takes the place of the system's, for all libraries alike.
+// Replaces the malloc() of the system, for all libraries.
 extern "C" __attribute__((visibility("default"))) void* malloc(size_t size)
 {
     ++allocations;
@@ -37,9 +37,11 @@ using bench::Call;
 using bench::Event;
 using osal::MediaMeta;
 using osal::MediaParam;
+using osal::Thread;
 
-// Enough for what happens once in a while, such as growing, to have its share in each operation.
+// Large enough that rare work, such as growing, has its share in each operation.
 constexpr uint64_t TIMES = 500;
+constexpr const char* TEXT = "audio/mpeg; version=4";
 
 void Require(bool isRight)
 {
@@ -48,44 +50,28 @@ void Require(bool isRight)
     }
 }
 
-// Prints the name, how often the operation is done, and its allocations; callgrind writes the instructions to a
-// file of its own, under the same name.
-class Count {
-public:
-    explicit Count(std::string name) : mName(std::move(name)) {}
+uint64_t allocationsBefore = 0;
 
-    void Begin()
-    {
-        mBefore = allocations;
-        CALLGRIND_ZERO_STATS;
-    }
-    void End(uint64_t times)
-    {
-        CALLGRIND_DUMP_STATS_AT(mName.c_str());
-        std::printf("%s %lu %lu\n", mName.c_str(), times, allocations - mBefore);
-        std::fflush(stdout);
-    }
-    template <typename Work>
-    void Each(Work work)
-    {
-        Begin();
-        for (uint64_t i = 0; i < TIMES; ++i) {
-            work(i);
-        }
-        End(TIMES);
-    }
+void Begin()
+{
+    allocationsBefore = allocations;
+    CALLGRIND_ZERO_STATS;
+}
 
-private:
-    const std::string mName;
-    uint64_t mBefore = 0;
-};
+// Prints name, times and allocations; callgrind writes the instructions to a file under the same name.
+void End(const std::string& name, uint64_t times)
+{
+    CALLGRIND_DUMP_STATS_AT(name.c_str());
+    std::printf("%s %lu %lu\n", name.c_str(), times, allocations - allocationsBefore);
+    std::fflush(stdout);
+}
 
 template <typename Measure>
 void Operation(const std::string& name, Measure measure)
 {
     const pid_t child = fork();
     if (child == 0) {
-        measure(Count(name));
+        measure();
         _exit(0);
     }
     int status = 0;
@@ -95,45 +81,21 @@ void Operation(const std::string& name, Measure measure)
     }
 }
 
-constexpr const char* TEXT = "audio/mpeg; version=4";
-
-// One family of setters, with a getter. A key is long or short: the short form of a std::string ends at 15.
-struct Family {
-    const char* mName;
-    bool (*mSet)(MediaMeta& meta, const char* key, uint64_t round);
-    bool (*mGet)(const MediaMeta& meta, const char* key);
-};
-
-template <typename T>
-bool Get(const MediaMeta& meta, bool (MediaMeta::*get)(const char*, T&) const, const char* key)
+// Counts `work`, done TIMES times with what `make` returns.
+template <typename Make, typename Work>
+void CountEach(const std::string& name, Make make, Work work)
 {
-    T value{};
-    return (meta.*get)(key, value);
+    Operation(name, [&] {
+        auto subject = make();
+        Begin();
+        for (uint64_t i = 0; i < TIMES; ++i) {
+            Require(work(subject, i));
+        }
+        End(name, TIMES);
+    });
 }
 
-const std::array<Family, 6> FAMILIES{{
-    {"int32", [](auto& meta, auto* key, auto i) { return meta.SetInt32(key, static_cast<int32_t>(i)); },
-     [](auto& meta, auto* key) { return Get(meta, &MediaMeta::GetInt32, key); }},
-    {"fraction", [](auto& meta, auto* key, auto) { return meta.SetFraction(key, 30'000, 1'001); },
-     [](auto& meta, auto* key) { return Get<MediaMeta::Fraction>(meta, &MediaMeta::GetFraction, key); }},
-    {"rect", [](auto& meta, auto* key, auto) { return meta.SetRect(key, 0, 0, 1'920, 1'080); },
-     [](auto& meta, auto* key) { return Get<MediaMeta::Rect>(meta, &MediaMeta::GetRect, key); }},
-    {"string", [](auto& meta, auto* key, auto i) { return meta.SetString(key, TEXT + i % 2); },
-     [](auto& meta, auto* key) { return Get(meta, &MediaMeta::GetString, key); }},
-    {"byte_buffer",
-     [](auto& meta, auto* key, auto) {
-         std::array<uint8_t, 64> block{};
-         return meta.SetByteBuffer(key, block.data(), block.size());
-     },
-     [](auto& meta, auto* key) { return Get<MediaMeta::ByteBuffer>(meta, &MediaMeta::GetByteBuffer, key); }},
-    {"object",
-     [](auto& meta, auto* key, auto) {
-         static const auto object = std::make_shared<MediaMeta::MetaBase>();
-         return meta.SetObject(key, object);
-     },
-     [](auto& meta, auto* key) { return Get(meta, &MediaMeta::GetObject, key); }},
-}};
-
+// A key is long or short: the short form of a std::string ends at 15 characters.
 std::vector<std::string> LongKeys(uint64_t count)
 {
     std::vector<std::string> keys;
@@ -143,139 +105,150 @@ std::vector<std::string> LongKeys(uint64_t count)
     return keys;
 }
 
-// 16 entries, of the families that a parcel carries.
-void Fill(MediaMeta& meta)
+// 16 entries, of types that a parcel carries.
+std::shared_ptr<MediaMeta> MakeFull()
 {
-    const auto keys = LongKeys(15);
-    for (uint64_t i = 0; i < keys.size(); ++i) {
-        FAMILIES[i % 4].mSet(meta, keys[i].c_str(), i);
+    auto meta = MediaMeta::Create();
+    for (const std::string& key : LongKeys(5)) {
+        meta->SetInt32(key.c_str(), 1);
+        meta->SetFraction((key + "-fraction").c_str(), 30'000, 1'001);
+        meta->SetString((key + "-string").c_str(), TEXT);
     }
-    meta.SetInt32("sample-rate", 48'000);
+    meta->SetInt32("sample-rate", 48'000);
+    return meta;
 }
 
-void CountFamily(const Family& family)
+template <typename T, typename Set>
+void CountType(const std::string& type, bool (MediaMeta::*get)(const char*, T&) const, Set set)
 {
-    const auto ofKey = [&family](const std::string& name, const std::string& key, auto work) {
-        Operation(name + family.mName, [&](Count count) {
-            MediaMeta meta;
-            Fill(meta);
-            family.mSet(meta, key.c_str(), 1);
-            count.Each([&](uint64_t i) { Require(work(meta, key.c_str(), i)); });
-        });
+    const auto keys = LongKeys(TIMES);
+    CountEach("meta.set_new." + type, MediaMeta::Create,
+              [&](auto& meta, uint64_t i) { return set(*meta, keys[i].c_str(), i); });
+    const auto known = [&](const std::string& operation, const char* key, auto work) {
+        const auto make = [&] {
+            auto meta = MakeFull();
+            set(*meta, key, 1);
+            return meta;
+        };
+        CountEach(operation + type, make, [&](auto& meta, uint64_t i) { return work(*meta, key, i); });
     };
-    Operation(std::string("meta.set_new.") + family.mName, [&](Count count) {
-        const auto keys = LongKeys(TIMES);
-        MediaMeta meta;
-        count.Each([&](uint64_t i) { Require(family.mSet(meta, keys[i].c_str(), i)); });
+    const auto read = [get](auto& meta, auto* key, uint64_t) {
+        T value{};
+        return (meta.*get)(key, value);
+    };
+    known("meta.set.", "known-key", set);
+    known("meta.get.", "known-key", read);
+    known("meta.get_long_key.", "known-key-of-many-characters", read);
+}
+
+void CountTypes()
+{
+    const auto object = std::make_shared<MediaMeta::MetaBase>();
+    std::array<uint8_t, 64> block{};
+    CountType<int32_t>("int32", &MediaMeta::GetInt32, [](auto& meta, auto* key, uint64_t i) {
+        return meta.SetInt32(key, static_cast<int32_t>(i));
     });
-    ofKey("meta.set.", "known-key", family.mSet);
-    const auto get = [&](auto& meta, auto* key, uint64_t) { return family.mGet(meta, key); };
-    ofKey("meta.get.", "known-key", get);
-    ofKey("meta.get_long_key.", "known-key-of-many-characters", get);
+    CountType<MediaMeta::Fraction>("fraction", &MediaMeta::GetFraction, [](auto& meta, auto* key, uint64_t) {
+        return meta.SetFraction(key, 30'000, 1'001);
+    });
+    CountType<MediaMeta::Rect>("rect", &MediaMeta::GetRect, [](auto& meta, auto* key, uint64_t) {
+        return meta.SetRect(key, 0, 0, 1'920, 1'080);
+    });
+    CountType<const char*>("string", &MediaMeta::GetString,
+                           [](auto& meta, auto* key, uint64_t i) { return meta.SetString(key, TEXT + i % 2); });
+    CountType<MediaMeta::ByteBuffer>(
+        "byte_buffer", &MediaMeta::GetByteBuffer,
+        [&](auto& meta, auto* key, uint64_t) { return meta.SetByteBuffer(key, block.data(), block.size()); });
+    CountType<std::shared_ptr<MediaMeta::MetaBase>>(
+        "object", &MediaMeta::GetObject,
+        [&](auto& meta, auto* key, uint64_t) { return meta.SetObject(key, object); });
 }
 
 void CountMeta()
 {
-    // `work` is given a container of its own in each round, which is full, an empty one, and an empty parcel.
-    const auto whole = [](const char* name, auto work) {
-        Operation(name, [work](Count count) {
-            std::vector<std::shared_ptr<MediaMeta>> full(TIMES);
-            for (auto& meta : full) {
-                meta = MediaMeta::Create();
-                Fill(*meta);
-            }
-            std::vector<MediaMeta> empty(TIMES);
-            std::vector<MediaParam> params(TIMES);
-            full[0]->WriteToMediaParam(&params[0]);
-            count.Each([&](uint64_t i) { Require(work(full[i], empty[i], params[i])); });
-        });
+    struct Round {
+        std::shared_ptr<MediaMeta> mFull = MakeFull();
+        std::shared_ptr<MediaMeta> mCopy;
+        MediaMeta mEmpty;
+        MediaParam mParam;
+        MediaParam mFullParam;
     };
-    std::vector<std::shared_ptr<MediaMeta>> copies;
-    copies.reserve(TIMES);
-    whole("meta.copy", [&](auto& full, auto&, auto&) { return copies.emplace_back(full->Copy()) != nullptr; });
-    whole("meta.merge", [](auto& full, auto& empty, auto&) { return empty.Merge(full); });
-    whole("meta.walk", [](auto& full, auto&, auto&) {
+    const auto whole = [](const char* name, auto work) {
+        const auto make = [] {
+            std::vector<Round> rounds(TIMES);
+            for (Round& round : rounds) {
+                round.mFull->WriteToMediaParam(&round.mFullParam);
+            }
+            return rounds;
+        };
+        CountEach(name, make, [&](auto& rounds, uint64_t i) { return work(rounds[i]); });
+    };
+    whole("meta.copy", [](Round& round) { return (round.mCopy = round.mFull->Copy()) != nullptr; });
+    whole("meta.merge", [](Round& round) { return round.mEmpty.Merge(round.mFull); });
+    whole("meta.walk", [](Round& round) {
         int32_t types = 0;
-        for (auto it = full->Begin(); it != full->End(); ++it) {
+        for (auto it = round.mFull->Begin(); it != round.mFull->End(); ++it) {
             types += it.Value()->mType;
         }
         return types > 16;
     });
-    whole("meta.release", [](auto& full, auto&, auto&) {
-        full.reset();
-        return true;
-    });
-    whole("meta.to_parcel", [](auto& full, auto&, auto& param) { return full->WriteToMediaParam(&param); });
-    Operation("meta.from_parcel", [](Count count) {
-        MediaMeta meta;
-        Fill(meta);
-        std::vector<MediaMeta> empty(TIMES);
-        std::vector<MediaParam> params(TIMES);
-        for (MediaParam& param : params) {
-            meta.WriteToMediaParam(&param);
-        }
-        count.Each([&](uint64_t i) { Require(empty[i].ReadFromMediaParam(&params[i])); });
-    });
+    whole("meta.release", [](Round& round) { return (round.mFull = nullptr) == nullptr; });
+    whole("meta.to_parcel", [](Round& round) { return round.mFull->WriteToMediaParam(&round.mParam); });
+    whole("meta.from_parcel", [](Round& round) { return round.mEmpty.ReadFromMediaParam(&round.mFullParam); });
 }
 
-void CountParam()
+template <typename Write, typename Read>
+void CountParam(const std::string& type, Write write, Read read)
+{
+    const auto make = [] { return std::make_unique<MediaParam>(); };
+    const auto makeFull = [&] {
+        auto param = make();
+        for (uint64_t i = 0; i < TIMES; ++i) {
+            write(*param);
+        }
+        return param;
+    };
+    CountEach("param.write." + type, make, [&](auto& param, uint64_t) { return write(*param) == 0; });
+    CountEach("param.read." + type, makeFull, [&](auto& param, uint64_t) { return read(*param); });
+}
+
+void CountParams()
 {
     const auto object = std::make_shared<osal::MediaRefBase>();
-    const auto count = [](const std::string& type, auto write, auto read) {
-        Operation("param.write." + type, [write](Count counted) {
-            MediaParam param;
-            counted.Each([&](uint64_t) { Require(write(param) == 0); });
-        });
-        Operation("param.read." + type, [write, read](Count counted) {
-            MediaParam param;
-            for (uint64_t i = 0; i < TIMES; ++i) {
-                write(param);
-            }
-            counted.Each([&](uint64_t) { Require(read(param)); });
-        });
-    };
-    count(
-        "int32", [](auto& param) { return param.WriteInt32(1); },
-        [](auto& param) { return param.ReadInt32() == 1; });
-    count(
-        "int64", [](auto& param) { return param.WriteInt64(1); },
-        [](auto& param) { return param.ReadInt64() == 1; });
-    count(
-        "string", [](auto& param) { return param.WriteString(TEXT); },
-        [](auto& param) { return param.ReadString()[0] == TEXT[0]; });
-    count(
-        "pointer", [&](auto& param) { return param.WritePointer(object); },
-        [&](auto& param) { return param.ReadPointer() == object; });
-    Operation("param.copy", [](Count counted) {
+    const auto readInt32 = [](auto& param) { return param.ReadInt32() == 1; };
+    const auto readInt64 = [](auto& param) { return param.ReadInt64() == 1; };
+    const auto readString = [](auto& param) { return param.ReadString()[0] == TEXT[0]; };
+    const auto readPointer = [&](auto& param) { return param.ReadPointer() == object; };
+    CountParam(
+        "int32", [](auto& param) { return param.WriteInt32(1); }, readInt32);
+    CountParam(
+        "int64", [](auto& param) { return param.WriteInt64(1); }, readInt64);
+    CountParam(
+        "string", [](auto& param) { return param.WriteString(TEXT); }, readString);
+    CountParam(
+        "pointer", [&](auto& param) { return param.WritePointer(object); }, readPointer);
+    const auto make = [] {
         MediaParam param;
         param.WriteInt32(1);
-        counted.Each([&](uint64_t) { Require(MediaParam(param).ReadInt32() == 1); });
-    });
+        return param;
+    };
+    CountEach("param.copy", make, [](auto& param, uint64_t) { return MediaParam(param).ReadInt32() == 1; });
 }
 
-// Its worker is parked until Release().
-class ParkedQueue : public osal::MsgQueue {
-public:
+struct ParkedQueue : osal::MsgQueue {
     ParkedQueue()
     {
-        Start("guard", osal::Thread::PRIORITY_DEFAULT);
-        QueueMsg(&mParker, 0);
-        mParked.Wait();
+        Start("guard", Thread::PRIORITY_DEFAULT);
+        mParker.Park(*this);
     }
     ~ParkedQueue() override
     {
-        Release();
+        mParker.Release();
         Stop();
     }
-    void Release() { mRelease.Set(); }
+    void Post(bench::Task* task) { QueueMsg(task, 0); }
 
-private:
-    Event mParked;
-    Event mRelease;
-    Call mParker{[this] {
-        mParked.Set();
-        mRelease.Wait();
-    }};
+    bench::Parker<ParkedQueue> mParker;
 };
 
 // `delayNs` is the delay of a message by its number.
@@ -283,77 +256,68 @@ void CountQueue(const std::string& name, uint64_t (*delayNs)(uint64_t index))
 {
     bench::Task others;
     bench::Task removed;
-    Operation("queue.queue." + name, [&](Count count) {
-        ParkedQueue queue;
-        const auto post = [&](uint64_t i) { Require(queue.QueueMsg(&others, delayNs(i)) == 0); };
+    const auto post = [&](auto& queue, uint64_t i) { return queue->QueueMsg(&others, delayNs(i)) == 0; };
+    const auto make = [&] {
+        auto queue = std::make_unique<ParkedQueue>();
         for (uint64_t i = 0; i < TIMES; ++i) {
-            post(i);
+            post(queue, i);
         }
-        queue.RemoveMsg(&others);  // from now on the memory for messages is there
-        count.Each(post);
-    });
-    Operation("queue.remove." + name, [&](Count count) {
+        queue->RemoveMsg(&others);  // the memory for the messages has been requested once
+        return queue;
+    };
+    CountEach("queue.queue." + name, make, post);
+    Operation("queue.remove." + name, [&] {
         ParkedQueue queue;
         for (uint64_t i = 0; i < TIMES; ++i) {
             queue.QueueMsg(i == TIMES / 2 ? &removed : &others, delayNs(i));
         }
-        count.Begin();
+        Begin();
         queue.RemoveMsg(&removed);
-        count.End(TIMES);
+        End("queue.remove." + name, TIMES);
     });
 }
 
 // On the worker, from the end of one message to the end of another one.
 void CountRun(const std::string& name, uint64_t delayNs)
 {
-    Operation("queue.run." + name, [=](Count count) {
+    Operation(name, [&] {
         Event done;
-        Call first([&] { count.Begin(); });
+        Call first([] { Begin(); });
         bench::Task others;
         Call last([&] {
-            count.End(TIMES);
+            End(name, TIMES);
             done.Set();
         });
         ParkedQueue queue;
-        queue.QueueMsg(&first, delayNs);
-        for (uint64_t i = 1; i < TIMES; ++i) {
-            queue.QueueMsg(&others, delayNs);
+        for (uint64_t i = 0; i <= TIMES; ++i) {
+            queue.QueueMsg(i == 0 ? &first : i == TIMES ? &last : &others, delayNs);
         }
-        queue.QueueMsg(&last, delayNs);
-        queue.Release();
+        queue.mParker.Release();
         done.Wait();
     });
 }
 
-class Once : public osal::Thread {
-public:
+struct Once : Thread {
     ~Once() override { Stop(); }
-    Event mRan;
-
-private:
     bool Run() override
     {
         mRan.Set();
         return false;
     }
+    Event mRan;
 };
 
 void CountThread()
 {
-    Operation("thread.start", [](Count count) {
+    Operation("thread.start_stop", [] {
         Once thread;
-        count.Begin();
-        Require(thread.Start("guard", osal::Thread::PRIORITY_DEFAULT) == 0);
-        count.End(1);
+        Begin();
+        Require(thread.Start("guard", Thread::PRIORITY_DEFAULT) == 0);
+        End("thread.start", 1);
         thread.mRan.Wait();
-    });
-    Operation("thread.stop", [](Count count) {
-        Once thread;
-        thread.Start("guard", osal::Thread::PRIORITY_DEFAULT);
-        thread.mRan.Wait();
-        count.Begin();
+        Begin();
         thread.Stop();
-        count.End(1);
+        End("thread.stop", 1);
     });
 }
 
@@ -362,20 +326,20 @@ void CountThread()
 int main()
 {
     constexpr uint64_t MINUTE_NS = 60'000'000'000;
-    for (const Family& family : FAMILIES) {
-        CountFamily(family);
-    }
+    CountTypes();
     CountMeta();
-    CountParam();
+    CountParams();
     CountQueue("at_once", [](uint64_t) -> uint64_t { return 0; });
     // Each message has a due time of its own, far from the others: the order does not depend on the clock.
     CountQueue("in_order", [](uint64_t i) { return (i + 1) * MINUTE_NS; });
     CountQueue("in_no_order", [](uint64_t i) { return (i * 617 % TIMES + 1) * MINUTE_NS; });
-    CountRun("at_once", 0);
-    CountRun("delayed", 1);  // past as soon as the worker looks
-    for (int i = 0; i < 10; ++i) {  // the other thread may be in the way: the script takes the least
+    CountRun("queue.run.at_once", 0);
+    CountRun("queue.run.delayed", 1);  // due before the worker looks
+    for (int i = 0; i < 10;
+         ++i) {  // the new thread may hold a lock that Start() needs: the script takes the least
         CountThread();
     }
-    Operation("clock.boot", [](Count count) { count.Each([](uint64_t) { Require(osal::GetTimeUsBoot() > 0); }); });
+    CountEach(
+        "clock.boot", [] { return 0; }, [](int, uint64_t) { return osal::GetTimeUsBoot() > 0; });
     return 0;
 }

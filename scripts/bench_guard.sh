@@ -4,9 +4,10 @@
 # --renew writes the lines. Counts do not depend on the load of the machine, but on compiler and architecture: where
 # these are others than in bench/guard.txt, nothing is compared.
 set -euo pipefail
-[ $# -eq 0 ] || [ "$*" = --renew ] || { echo "usage: bench_guard.sh [--renew]" >&2; exit 2; }
 cd "$(dirname "$0")/.."
 . scripts/lib.sh
+
+[ $# -eq 0 ] || [ "$*" = --renew ] || usage "[--renew]"
 
 baseline=bench/guard.txt
 need c++=g++ cmake=cmake ninja=ninja-build libbenchmark-dev valgrind=valgrind
@@ -29,9 +30,10 @@ tunables=glibc.cpu.hwcaps=-AVX2:glibc.malloc.tcache_count=65535
 env -i LD_BIND_NOW=1 GLIBC_TUNABLES="$tunables" "$(command -v valgrind)" --tool=callgrind \
     --separate-threads=yes --callgrind-out-file="$PWD/$counts/callgrind.%p" build/bench/bench/guard \
     >"$counts/counts" 2>"$counts/log" || { cat "$counts/log" >&2; fail "an operation cannot be counted"; }
-# A line of counts: name, times, allocations; a file of callgrind: the name, then the instructions of all times.
+# A line of counts: name, times, allocations. A file of callgrind: the name, then the instructions of all times; the
+# sum of its lines is larger, since a forked process writes remains of its parent, too.
 awk '/^desc: Trigger: Client Request: / { name = $NF }
-    /^totals: / && name {
+    /^summary: / && name {
         if (!(name in instructions) || $2 < instructions[name]) instructions[name] = $2
         name = ""
     }
