@@ -3,12 +3,11 @@
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
-#include <condition_variable>
 #include <cstdint>
 #include <ctime>
 #include <malloc.h>
 #include <map>
-#include <mutex>
+#include <semaphore.h>
 #include <string>
 #include <type_traits>
 #include <vector>
@@ -32,33 +31,23 @@ inline double InUseBytes()
     return static_cast<double>(info.uordblks + info.hblkhd);
 }
 
-// Whether a T has what OPERATION takes.
+// Whether a T has the operation that OPERATION calls.
 template <template <typename> class OPERATION, typename T, typename = void>
 constexpr bool CAN = false;
 template <template <typename> class OPERATION, typename T>
 constexpr bool CAN<OPERATION, T, std::void_t<OPERATION<T>>> = true;
 
-// Set by one thread, waited for by another, which takes the signal away with it. It may be destroyed as soon as
-// Wait() has returned.
-class Event {
-public:
-    void Set()
-    {
-        const std::lock_guard<std::mutex> lock(mMutex);
-        mSet = true;
-        mCond.notify_one();
-    }
-    void Wait()
-    {
-        std::unique_lock<std::mutex> lock(mMutex);
-        mCond.wait(lock, [this] { return mSet; });
-        mSet = false;
-    }
+#define BENCH_OPERATION(NAME, ...) \
+    template <typename T>          \
+    using NAME = decltype(std::declval<T&>().__VA_ARGS__)
 
-private:
-    std::mutex mMutex;  // guards mSet
-    std::condition_variable mCond;
-    bool mSet = false;
+// Set by one thread, waited for by another, which resets it. It may be destroyed as soon as Wait() has returned.
+struct Event {
+    Event() { sem_init(&mSemaphore, 0, 0); }
+    void Set() { sem_post(&mSemaphore); }
+    void Wait() { sem_wait(&mSemaphore); }
+
+    sem_t mSemaphore;
 };
 
 // Gathers the times of the iterations of one benchmark. A counter is the time of one item: of one message, one
@@ -75,24 +64,22 @@ public:
     ~ItemTimer()
     {
         for (auto& [counter, itemNs] : mItemNs) {
-            const auto middle = itemNs.begin() + static_cast<std::ptrdiff_t>(itemNs.size() / 2);
-            std::nth_element(itemNs.begin(), middle, itemNs.end());
-            mState.counters[counter] = *middle;
+            std::sort(itemNs.begin(), itemNs.end());
+            mState.counters[counter] = itemNs[(itemNs.size() - 1) * (counter == "p99_ns" ? 99 : 50) / 100];
         }
     }
-    ItemTimer(const ItemTimer&) = delete;
-    ItemTimer& operator=(const ItemTimer&) = delete;
 
-    // To be called once in each iteration, whose time it is.
     void Add(uint64_t ns, uint64_t items)
     {
         Share("ns", ns, items);
-        mState.SetIterationTime(1e-9 * static_cast<double>(ns));
+        Spend(ns);
     }
-    // A share of the time, under a name of its own.
+    // What ends the iterations in time; not part of the figures.
+    void Spend(uint64_t ns) { mState.SetIterationTime(1e-9 * static_cast<double>(ns)); }
+    // A share of the time, under a name of its own; below 0 if the difference of two times is.
     void Share(const char* counter, uint64_t ns, uint64_t items)
     {
-        mItemNs[counter].push_back(static_cast<double>(ns) / static_cast<double>(items));
+        mItemNs[counter].push_back(static_cast<double>(static_cast<int64_t>(ns)) / static_cast<double>(items));
     }
 
 private:

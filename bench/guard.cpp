@@ -16,11 +16,7 @@
 #include <unistd.h>
 #include <valgrind/callgrind.h>
 
-namespace {
-
-thread_local uint64_t allocations = 0;
-
-}  // namespace
+static thread_local uint64_t allocations = 0;
 
 extern "C" void* __libc_malloc(size_t size);
 
@@ -33,8 +29,6 @@ extern "C" __attribute__((visibility("default"))) void* malloc(size_t size)
 
 namespace {
 
-using bench::Call;
-using bench::Event;
 using osal::MediaMeta;
 using osal::MediaParam;
 using osal::Thread;
@@ -95,24 +89,23 @@ void CountEach(const std::string& name, Make make, Work work)
     });
 }
 
-// A key is long or short: the short form of a std::string ends at 15 characters.
-std::vector<std::string> LongKeys(uint64_t count)
-{
+// In no order, and too long for the short form of a std::string, which ends at 15 characters.
+const std::vector<std::string> KEYS = [] {
     std::vector<std::string> keys;
-    for (uint64_t i = 0; i < count; ++i) {
-        keys.push_back("key-of-many-characters-" + std::to_string(1'000 + i * 617 % count));
+    for (uint64_t i = 0; i < TIMES; ++i) {
+        keys.push_back("key-of-many-characters-" + std::to_string(1'000 + i * 617 % TIMES));
     }
     return keys;
-}
+}();
 
 // 16 entries, of types that a parcel carries.
 std::shared_ptr<MediaMeta> MakeFull()
 {
     auto meta = MediaMeta::Create();
-    for (const std::string& key : LongKeys(5)) {
-        meta->SetInt32(key.c_str(), 1);
-        meta->SetFraction((key + "-fraction").c_str(), 30'000, 1'001);
-        meta->SetString((key + "-string").c_str(), TEXT);
+    for (uint64_t i = 0; i < 15; i += 3) {
+        meta->SetInt32(KEYS[i].c_str(), 1);
+        meta->SetFraction(KEYS[i + 1].c_str(), 30'000, 1'001);
+        meta->SetString(KEYS[i + 2].c_str(), TEXT);
     }
     meta->SetInt32("sample-rate", 48'000);
     return meta;
@@ -121,9 +114,8 @@ std::shared_ptr<MediaMeta> MakeFull()
 template <typename T, typename Set>
 void CountType(const std::string& type, bool (MediaMeta::*get)(const char*, T&) const, Set set)
 {
-    const auto keys = LongKeys(TIMES);
     CountEach("meta.set_new." + type, MediaMeta::Create,
-              [&](auto& meta, uint64_t i) { return set(*meta, keys[i].c_str(), i); });
+              [&](auto& meta, uint64_t i) { return set(*meta, KEYS[i].c_str(), i); });
     const auto known = [&](const std::string& operation, const char* key, auto work) {
         const auto make = [&] {
             auto meta = MakeFull();
@@ -145,23 +137,18 @@ void CountTypes()
 {
     const auto object = std::make_shared<MediaMeta::MetaBase>();
     std::array<uint8_t, 64> block{};
-    CountType<int32_t>("int32", &MediaMeta::GetInt32, [](auto& meta, auto* key, uint64_t i) {
-        return meta.SetInt32(key, static_cast<int32_t>(i));
-    });
-    CountType<MediaMeta::Fraction>("fraction", &MediaMeta::GetFraction, [](auto& meta, auto* key, uint64_t) {
-        return meta.SetFraction(key, 30'000, 1'001);
-    });
-    CountType<MediaMeta::Rect>("rect", &MediaMeta::GetRect, [](auto& meta, auto* key, uint64_t) {
-        return meta.SetRect(key, 0, 0, 1'920, 1'080);
-    });
-    CountType<const char*>("string", &MediaMeta::GetString,
-                           [](auto& meta, auto* key, uint64_t i) { return meta.SetString(key, TEXT + i % 2); });
-    CountType<MediaMeta::ByteBuffer>(
-        "byte_buffer", &MediaMeta::GetByteBuffer,
-        [&](auto& meta, auto* key, uint64_t) { return meta.SetByteBuffer(key, block.data(), block.size()); });
-    CountType<std::shared_ptr<MediaMeta::MetaBase>>(
-        "object", &MediaMeta::GetObject,
-        [&](auto& meta, auto* key, uint64_t) { return meta.SetObject(key, object); });
+    const auto setInt32 = [](auto& meta, auto* key, uint64_t) { return meta.SetInt32(key, 1); };
+    const auto setFraction = [](auto& meta, auto* key, uint64_t) { return meta.SetFraction(key, 30'000, 1'001); };
+    const auto setRect = [](auto& meta, auto* key, uint64_t) { return meta.SetRect(key, 0, 0, 1'920, 1'080); };
+    const auto setString = [](auto& meta, auto* key, uint64_t i) { return meta.SetString(key, TEXT + i % 2); };
+    const auto setBlock = [&](auto& meta, auto* key, uint64_t) { return meta.SetByteBuffer(key, &block[0], 64); };
+    const auto setObject = [&](auto& meta, auto* key, uint64_t) { return meta.SetObject(key, object); };
+    CountType<int32_t>("int32", &MediaMeta::GetInt32, setInt32);
+    CountType<MediaMeta::Fraction>("fraction", &MediaMeta::GetFraction, setFraction);
+    CountType<MediaMeta::Rect>("rect", &MediaMeta::GetRect, setRect);
+    CountType<const char*>("string", &MediaMeta::GetString, setString);
+    CountType<MediaMeta::ByteBuffer>("byte_buffer", &MediaMeta::GetByteBuffer, setBlock);
+    CountType<std::shared_ptr<MediaMeta::MetaBase>>("object", &MediaMeta::GetObject, setObject);
 }
 
 void CountMeta()
@@ -210,6 +197,10 @@ void CountParam(const std::string& type, Write write, Read read)
     };
     CountEach("param.write." + type, make, [&](auto& param, uint64_t) { return write(*param) == 0; });
     CountEach("param.read." + type, makeFull, [&](auto& param, uint64_t) { return read(*param); });
+    CountEach("param.copy." + type, makeFull, [&](auto& param, uint64_t) {
+        MediaParam copy = *param;
+        return read(copy);
+    });
 }
 
 void CountParams()
@@ -227,12 +218,6 @@ void CountParams()
         "string", [](auto& param) { return param.WriteString(TEXT); }, readString);
     CountParam(
         "pointer", [&](auto& param) { return param.WritePointer(object); }, readPointer);
-    const auto make = [] {
-        MediaParam param;
-        param.WriteInt32(1);
-        return param;
-    };
-    CountEach("param.copy", make, [](auto& param, uint64_t) { return MediaParam(param).ReadInt32() == 1; });
 }
 
 struct ParkedQueue : osal::MsgQueue {
@@ -254,8 +239,7 @@ struct ParkedQueue : osal::MsgQueue {
 // `delayNs` is the delay of a message by its number.
 void CountQueue(const std::string& name, uint64_t (*delayNs)(uint64_t index))
 {
-    bench::Task others;
-    bench::Task removed;
+    bench::Task others, removed;
     const auto post = [&](auto& queue, uint64_t i) { return queue->QueueMsg(&others, delayNs(i)) == 0; };
     const auto make = [&] {
         auto queue = std::make_unique<ParkedQueue>();
@@ -281,10 +265,10 @@ void CountQueue(const std::string& name, uint64_t (*delayNs)(uint64_t index))
 void CountRun(const std::string& name, uint64_t delayNs)
 {
     Operation(name, [&] {
-        Event done;
-        Call first([] { Begin(); });
+        bench::Event done;
+        bench::Call first([] { Begin(); });
         bench::Task others;
-        Call last([&] {
+        bench::Call last([&] {
             End(name, TIMES);
             done.Set();
         });
@@ -304,7 +288,7 @@ struct Once : Thread {
         mRan.Set();
         return false;
     }
-    Event mRan;
+    bench::Event mRan;
 };
 
 void CountThread()

@@ -1,12 +1,5 @@
 #include <benchmark/benchmark.h>
 
-int main(int argc, char** argv)
-{
-    benchmark::AddCustomContext("compiler", COMPILER);
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
-        return 1;
-    }
-    benchmark::RunSpecifiedBenchmarks();
-    return 0;
-}
+const bool IS_COMPILER_SHOWN = (benchmark::AddCustomContext("compiler", COMPILER), true);
+
+BENCHMARK_MAIN();

@@ -6,36 +6,25 @@
 #include "parcel_rows.h"
 #include "queue_rows.h"
 
-#include <initializer_list>
-
 namespace bench {
 
 // A library that users could take instead, or the least that the same takes: plain code, a bare call.
 enum class Kind { PEER, BOUND };
 
-inline std::string Dotted(std::initializer_list<int> numbers)
+inline std::string Dotted(int major, int minor, int patch)
 {
-    std::string version;
-    for (const int number : numbers) {
-        version += (version.empty() ? "" : ".") + std::to_string(number);
-    }
-    return version;
+    return std::to_string(major) + '.' + std::to_string(minor) + '.' + std::to_string(patch);
 }
 
-template <typename T>
-using SetOf = decltype(std::declval<T&>().Set(Entry(), int32_t{0}));
-template <typename T>
-using WriteOf = decltype(std::declval<T&>().Write(int64_t{0}));
-template <typename T>
-using StartAndStopOf = decltype(std::declval<T&>().StartAndStop());
+BENCH_OPERATION(SetOf, Set(Entry(), 0));
+BENCH_OPERATION(WriteOf, Write(int64_t{0}));
+BENCH_OPERATION(StartAndStopOf, StartAndStop());
 
 // Registers the rows that a T can do, be it a queue, a container, a parcel or a thread.
 template <typename T>
 void AddRows(const char* name)
 {
-    if constexpr (CAN<PostOf, T> || CAN<PostDelayedOf, T> || CAN<SleepOf, T>) {
-        AddQueueRows<T>(name);
-    }
+    AddQueueRows<T>(name);
     if constexpr (CAN<SetOf, T>) {
         AddContainerRows<T>(name);
     }
@@ -55,8 +44,7 @@ void AddRows(const char* name)
     }
 }
 
-// The classes of one subject, under the name that the report shows. The result is there to initialise a constant
-// with.
+// The classes of one subject, under the name that the report shows. The result initialises a constant.
 template <typename... Classes>
 bool Add(const char* name, Kind kind, const std::string& version = "")
 {

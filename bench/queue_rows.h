@@ -2,14 +2,15 @@
 
 // The rows of queues. A queue is a class with
 //
-//     void Start();                                       // with a worker thread
-//     void Stop();                                        // joins it
+//     Queue();                                            // starts its worker thread
+//     ~Queue();                                           // joins it
 //     void Post(Task* task);                              // calls task->Run() on the worker; from any thread
 //     void PostDelayed(Task* task, uint64_t delayNs);     // the same, later
 //     void Remove(Task* task);                            // drops what is pending for it
 //
-// or some of these; the rows that need none of the others are measured. Without Start() it is no more than a
-// collection of messages.
+// or some of these: it has figures in the rows for which these are enough. A collection of messages without a
+// worker has Insert(Task* task, uint64_t dueNs) instead of posting; a bare call that delays its thread,
+// SleepNs(delayNs).
 
 #include "bench.h"
 #include "osal/msg_queue.h"
@@ -17,50 +18,47 @@
 #include <array>
 #include <functional>
 #include <pthread.h>
-#include <sched.h>
 #include <thread>
 
 namespace bench {
 
 // Any queue runs it through Run(); it is a handler for the library's own.
-class Task : public osal::IMsgHandler {
-public:
-    void Run()
-    {
-        int32_t arg = 0;
-        HandleMsg(arg);
-    }
+struct Task : osal::IMsgHandler {
+    void Run() { HandleMsg(mArg); }
     void HandleMsg(int32_t&) override {}
     void Wait() override {}
     void NotifyFinished() override {}
+
+    int32_t mArg = 0;
 };
 
-class Call : public Task {
-public:
+struct Call : Task {
     explicit Call(std::function<void()> call) : mCall(std::move(call)) {}
     void HandleMsg(int32_t&) override { mCall(); }
 
-private:
     std::function<void()> mCall;
 };
 
+BENCH_OPERATION(PostOf, Post(nullptr));
+BENCH_OPERATION(PostDelayedOf, PostDelayed(nullptr, 0));
+BENCH_OPERATION(RemoveOf, Remove(nullptr));
+BENCH_OPERATION(InsertOf, Insert(nullptr, 0));
+BENCH_OPERATION(SleepOf, SleepNs(0));
+
 // Holds the worker, so that what is posted meanwhile is only queued.
 template <typename Queue>
-class Parker {
-public:
+struct Parker {
     void Park(Queue& queue)
     {
-        queue.Post(&mPark);
-        mParked.Wait();
+        if constexpr (CAN<PostOf, Queue>) {
+            queue.Post(&mPark);
+            mParked.Wait();
+        }
     }
     void Release() { mRelease.Set(); }
-    // When the worker went on; to be read after a later message has run.
-    uint64_t ReleasedNs() const { return mReleasedNs; }
 
-private:
-    Event mParked;
-    Event mRelease;
-    uint64_t mReleasedNs = 0;
+    Event mParked, mRelease;
+    uint64_t mReleasedNs = 0;  // when the worker went on; to be read after a later message has run
     Call mPark{[this] {
         mParked.Set();
         mRelease.Wait();
@@ -70,14 +68,8 @@ private:
 
 // Waits for the last of a number of messages. The time is taken on the worker: the wake-up of the thread that
 // waits is no part of it.
-class CountDown : public Task {
-public:
-    // Before the first message is posted: the queue's lock makes it visible to the worker.
-    void Expect(uint64_t messages) { mLeft = messages; }
+struct CountDown : Task {
     void Wait() override { mDone.Wait(); }
-    uint64_t Left() const { return mLeft; }
-    uint64_t EndNs() const { return mEndNs; }
-
     void HandleMsg(int32_t&) override
     {
         if (--mLeft == 0) {
@@ -86,38 +78,9 @@ public:
         }
     }
 
-private:
     Event mDone;
-    uint64_t mLeft = 0;
+    uint64_t mLeft = 0;  // set before the first message is posted: the lock of the queue makes it visible
     uint64_t mEndNs = 0;
-};
-
-template <typename T>
-using StartOf = decltype(std::declval<T&>().Start());
-template <typename T>
-using PostOf = decltype(std::declval<T&>().Post(nullptr));
-template <typename T>
-using PostDelayedOf = decltype(std::declval<T&>().PostDelayed(nullptr, 0));
-template <typename T>
-using RemoveOf = decltype(std::declval<T&>().Remove(nullptr));
-template <typename T>
-using SleepOf = decltype(std::declval<T&>().SleepNs(0));
-
-// A queue while its worker runs, if it has one.
-template <typename Queue>
-struct Running : Queue {
-    Running()
-    {
-        if constexpr (CAN<StartOf, Queue>) {
-            Queue::Start();
-        }
-    }
-    ~Running()
-    {
-        if constexpr (CAN<StartOf, Queue>) {
-            Queue::Stop();
-        }
-    }
 };
 
 enum Due : int64_t { AT_ONCE, IN_ORDER, IN_NO_ORDER };
@@ -128,23 +91,21 @@ constexpr uint64_t STEP_NS = 200;
 // How far behind the first due time a message's own is.
 inline uint64_t OffsetNs(uint64_t index, uint64_t messages, Due due)
 {
-    constexpr uint64_t STRIDE = 61'803;  // without a divisor in common with the powers of ten
-    return (due == IN_NO_ORDER ? index * STRIDE % messages : index) * STEP_NS;
+    // The factor has no divisor in common with the powers of ten.
+    return (due == IN_NO_ORDER ? index * 61'803 % messages : index) * STEP_NS;
 }
 
 // Posts a message that is due at that time; at once for 0.
 template <typename Queue>
 void PostAt(Queue& queue, Task* task, uint64_t dueNs)
 {
-    if constexpr (CAN<PostDelayedOf, Queue>) {
-        if (dueNs != 0) {
-            const uint64_t nowNs = NowNs();
-            queue.PostDelayed(task, std::max(dueNs, nowNs + 1) - nowNs);
-            return;
-        }
-    }
-    if constexpr (CAN<PostOf, Queue>) {
+    if constexpr (CAN<InsertOf, Queue>) {
+        queue.Insert(task, dueNs);
+    } else if (dueNs == 0) {
         queue.Post(task);
+    } else if constexpr (CAN<PostDelayedOf, Queue>) {
+        const uint64_t nowNs = NowNs();
+        queue.PostDelayed(task, std::max(dueNs, nowNs + 1) - nowNs);
     }
 }
 
@@ -163,10 +124,10 @@ void Burst(benchmark::State& state)
     ItemTimer timer(state);
     Parker<Queue> parker;
     CountDown work;
-    Running<Queue> queue;
+    Queue queue;
     for (auto _ : state) {
         parker.Park(queue);
-        work.Expect(messages);
+        work.mLeft = messages;
         const double beginBytes = InUseBytes();
         const uint64_t beginNs = NowNs();
         const uint64_t firstDueNs = beginNs + messages * 1'000;  // behind the last posting
@@ -178,15 +139,14 @@ void Burst(benchmark::State& state)
         if (due != AT_ONCE) {  // until all are due, by coarse clocks too
             const uint64_t lastDueNs = firstDueNs + messages * STEP_NS + 20'000'000;
             std::this_thread::sleep_for(std::chrono::nanoseconds(lastDueNs - std::min(lastDueNs, NowNs())));
-            state.SetIterationTime(1e-9 *
-                                   static_cast<double>(NowNs() - beginNs));  // of the iteration, not of "ns"
+            timer.Spend(NowNs() - beginNs);
         }
         parker.Release();
         work.Wait();
-        lastNs[due] = queueNs + work.EndNs() - parker.ReleasedNs();
+        lastNs[due] = queueNs + work.mEndNs - parker.mReleasedNs;
         timer.Add(lastNs[due], messages);
         timer.Share("queue_ns", queueNs, messages);
-        timer.Share("run_ns", work.EndNs() - parker.ReleasedNs(), messages);
+        timer.Share("run_ns", work.mEndNs - parker.mReleasedNs, messages);
         parker.Park(queue);  // the worker is done with the last message
         state.counters["bytes"] = pendingBytes / static_cast<double>(messages);
         state.counters["idle_bytes"] = InUseBytes() - beginBytes;
@@ -201,9 +161,9 @@ void Post(benchmark::State& state)
     constexpr uint64_t MESSAGES = 20'000;
     ItemTimer timer(state);
     CountDown work;
-    Running<Queue> queue;
+    Queue queue;
     for (auto _ : state) {
-        work.Expect(MESSAGES);
+        work.mLeft = MESSAGES;
         std::vector<std::thread> producers(static_cast<size_t>(state.range(0)));
         const uint64_t beginNs = NowNs();
         for (std::thread& producer : producers) {
@@ -214,7 +174,7 @@ void Post(benchmark::State& state)
             });
         }
         work.Wait();
-        timer.Add(work.EndNs() - beginNs, MESSAGES);
+        timer.Add(work.mEndNs - beginNs, MESSAGES);
         for (std::thread& producer : producers) {
             producer.join();
         }
@@ -229,9 +189,9 @@ void Timers(benchmark::State& state)
     constexpr uint64_t MESSAGES = 100'000;
     ItemTimer timer(state);
     CountDown work;
-    Running<Queue> queue;
+    Queue queue;
     const auto runAll = [&] {
-        work.Expect(MESSAGES);
+        work.mLeft = MESSAGES;
         for (uint64_t i = 0; i < MESSAGES; ++i) {
             queue.PostDelayed(&work, OffsetNs(i, MESSAGES, IN_NO_ORDER) + STEP_NS);
         }
@@ -253,11 +213,10 @@ void Hop(benchmark::State& state)
     constexpr uint64_t HOPS = 200;
     ItemTimer timer(state);
     CountDown hops;
-    Running<Queue> left;
-    Running<Queue> right;
+    Queue left, right;
     // Only one side at a time counts: the queues hand the count over.
     const auto bounce = [&](Queue& queue, Call& other) {
-        const bool isLast = hops.Left() == 1;
+        const bool isLast = hops.mLeft == 1;
         hops.Run();
         if (!isLast) {
             queue.Post(&other);
@@ -265,11 +224,11 @@ void Hop(benchmark::State& state)
     };
     std::array<Call, 2> sides{Call([&] { bounce(right, sides[1]); }), Call([&] { bounce(left, sides[0]); })};
     for (auto _ : state) {
-        hops.Expect(HOPS);
+        hops.mLeft = HOPS;
         const uint64_t beginNs = NowNs();
         left.Post(sides.data());
         hops.Wait();
-        timer.Add(hops.EndNs() - beginNs, HOPS);
+        timer.Add(hops.mEndNs - beginNs, HOPS);
     }
 }
 
@@ -291,11 +250,11 @@ void Lateness(benchmark::State& state)
         state.SkipWithError("left out: there is no right to real-time scheduling here");
         return;
     }
+    ItemTimer timer(state);
     CountDown message;
-    std::vector<double> latenessNs;  // below 0 where a queue is early
-    Running<Queue> queue;
+    Queue queue;
     for (auto _ : state) {
-        message.Expect(1);
+        message.mLeft = 1;
         const uint64_t beginNs = NowNs();
         if constexpr (CAN<SleepOf, Queue>) {
             queue.SleepNs(DELAY_NS);
@@ -304,15 +263,12 @@ void Lateness(benchmark::State& state)
             queue.PostDelayed(&message, DELAY_NS);
         }
         message.Wait();
-        const auto tookNs = static_cast<double>(message.EndNs() - beginNs);
-        latenessNs.push_back(tookNs - static_cast<double>(DELAY_NS));
-        state.SetIterationTime(1e-9 * tookNs);
+        const uint64_t latenessNs = message.mEndNs - beginNs - DELAY_NS;
+        timer.Share("median_ns", latenessNs, 1);
+        timer.Share("p99_ns", latenessNs, 1);
+        timer.Spend(message.mEndNs - beginNs);
     }
     SetRealTime(false);
-    std::sort(latenessNs.begin(), latenessNs.end());
-    const size_t last = latenessNs.size() - 1;
-    state.counters["median_ns"] = latenessNs[last / 2];
-    state.counters["p99_ns"] = latenessNs[last * 99 / 100];
 }
 
 // The one message of a task among as many as the argument says, posted first in their middle, then after them;
@@ -324,13 +280,10 @@ void Removal(benchmark::State& state)
     const auto pending = static_cast<uint64_t>(state.range(0));
     const auto due = static_cast<Due>(state.range(1));
     ItemTimer timer(state);
-    Task others;
-    Task removed;
-    [[maybe_unused]] Parker<Queue> parker;
-    Running<Queue> queue;
-    if constexpr (CAN<StartOf, Queue>) {
-        parker.Park(queue);
-    }
+    Task others, removed;
+    Parker<Queue> parker;
+    Queue queue;
+    parker.Park(queue);
     const uint64_t firstDueNs = NowNs() + HOUR_NS;
     const auto post = [&](Task* task, uint64_t index) {
         PostAt<Queue>(queue, task, due == AT_ONCE ? 0 : firstDueNs + OffsetNs(index, pending, due));
@@ -344,36 +297,29 @@ void Removal(benchmark::State& state)
         timer.Add(NowNs() - beginNs, pending);
         post(&removed, pending / 2);
     }
-    if constexpr (CAN<StartOf, Queue>) {
-        parker.Release();
-    }
+    parker.Release();
 }
 
 // Registers the rows that a Queue can do.
 template <typename Queue>
 void AddQueueRows(const char* subject)
 {
-    const std::vector<int64_t> atOnce(CAN<PostOf, Queue> ? 1 : 0, AT_ONCE);
-    std::vector<int64_t> dues(atOnce);
-    if (CAN<PostDelayedOf, Queue>) {
-        dues.insert(dues.end(), {IN_ORDER, IN_NO_ORDER});
-    }
+    constexpr bool CAN_DELAY = CAN<PostDelayedOf, Queue>;
+    std::vector<int64_t> dues{AT_ONCE, IN_ORDER, IN_NO_ORDER};
+    dues.resize(CAN_DELAY || CAN<InsertOf, Queue> ? 3 : 1);
     if constexpr (CAN<PostOf, Queue>) {
         Register("queue/burst", subject, "a message, queued and run", Burst<Queue>)
             ->ArgNames({"pending", "due"})
             ->ArgsProduct({{100, 1'000, 10'000, 100'000, 1'000'000}, dues});
-        Register("queue/post", subject, "a message", Post<Queue>)->ArgName("producers")->Arg(1)->Arg(2);
+        Register("queue/post", subject, "a message", Post<Queue>)->ArgName("producers")->DenseRange(1, 2);
         Register("queue/hop", subject, "a hop", Hop<Queue>);
     }
-    if constexpr (CAN<StartOf, Queue> && CAN<PostDelayedOf, Queue>) {
-        Register("queue/timers", subject, "processor time, a message", Timers<Queue>)
-            ->ArgName("rounds_before")
-            ->Arg(0)
-            ->Arg(1)
-            ->Iterations(1);
+    if constexpr (CAN_DELAY) {
+        auto* const row = Register("queue/timers", subject, "processor time, a message", Timers<Queue>);
+        row->ArgName("rounds_before")->DenseRange(0, 1)->Iterations(1);
     }
-    if constexpr ((CAN<StartOf, Queue> && CAN<PostDelayedOf, Queue>) || CAN<SleepOf, Queue>) {
-        Register("queue/lateness", subject, "after 1 ms", Lateness<Queue>)->ArgName("real_time")->Arg(0)->Arg(1);
+    if constexpr (CAN_DELAY || CAN<SleepOf, Queue>) {
+        Register("queue/lateness", subject, "after 1 ms", Lateness<Queue>)->ArgName("real_time")->DenseRange(0, 1);
     }
     if constexpr (CAN<RemoveOf, Queue>) {
         Register("queue/removal", subject, "a pending message", Removal<Queue>)

@@ -5,9 +5,10 @@
 # one iteration, and all of this goes to build/bench/quick: the figures mean nothing, but it shows that every row works.
 # With --draw nothing is measured: tables and pictures are made anew from docs/benchmarks.json.
 set -euo pipefail
-case $* in "" | --quick | --draw) ;; *) echo "usage: bench.sh [--quick | --draw]" >&2; exit 2 ;; esac
 cd "$(dirname "$0")/.."
 . scripts/lib.sh
+
+case $* in "" | --quick | --draw) ;; *) usage "[--quick | --draw]" ;; esac
 
 need python3=python3
 if [ "$*" = --draw ]; then
@@ -16,8 +17,8 @@ fi
 need c++=g++ cmake=cmake ninja=ninja-build libbenchmark-dev
 # None of them has to be there. GStreamer's takes the libunwind of LLVM, which libc++ brings along, as well as the
 # usual one: it drives nothing out.
-(need pkg-config=pkg-config libglib2.0-dev libgstreamer1.0-dev libasio-dev libuv1-dev libevent-dev qtbase5-dev \
-    nlohmann-json3-dev libavutil-dev libabsl-dev) || echo "going on with the peers that are there"
+(need pkg-config=pkg-config libglib2.0-dev libgstreamer1.0-dev libasio-dev libevent-dev qtbase5-dev \
+    libabsl-dev) || echo "going on with the peers that are there"
 build bench
 
 runs=5 out=docs

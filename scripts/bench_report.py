@@ -102,9 +102,9 @@ def verdicts(data):
 
 
 def write_figures(path, data):
-    runs = max(len(runs) for row in data["rows"].values() for one in row["subjects"].values() for runs in one.values())
-    lines = ["# Figures of the benchmarks", "",
-             f"Written by `scripts/bench.sh`: medians of {runs} runs. [Benchmarks](benchmarks.md) says what they mean.", "",
+    runs = min(len(runs) for row in data["rows"].values() for one in row["subjects"].values() for runs in one.values())
+    lines = ["# Figures of the benchmarks", "", f"Written by `scripts/bench.sh`. Runs behind each figure: {runs}"
+             f"{'; provisional, since a full measurement has five' * (runs < 5)}. [Explanations](benchmarks.md)", "",
              "| | |", "| --- | --- |", *(f"| {key} | {value} |" for key, value in data["machine"].items()), "",
              "## Targets", "", "| what | at most | measured | holds |", "| --- | --- | --- | --- |",
              *(f"| {' | '.join(verdict)} |" for verdict in verdicts(data))]

@@ -5,7 +5,8 @@
 
 namespace bench {
 
-const std::string VERSION = "Abseil " + Dotted({ABSL_LTS_RELEASE_VERSION, ABSL_LTS_RELEASE_PATCH_LEVEL});
+const std::string VERSION =
+    "Abseil " + std::to_string(ABSL_LTS_RELEASE_VERSION) + '.' + std::to_string(ABSL_LTS_RELEASE_PATCH_LEVEL);
 const bool REGISTERED =
     Add<BareMap<absl::flat_hash_map<std::string, Value>>>("absl::flat_hash_map", Kind::PEER, VERSION) &&
     Add<BareMap<absl::btree_map<std::string, Value>>>("absl::btree_map", Kind::PEER, VERSION);

@@ -4,13 +4,8 @@
 
 namespace bench {
 
-class AsioQueue {
-public:
-    void Start()
-    {
-        mThread = std::thread([this] { mContext.run(); });
-    }
-    void Stop()
+struct AsioQueue {
+    ~AsioQueue()
     {
         mWork.reset();
         mThread.join();
@@ -26,14 +21,12 @@ public:
         timer->async_wait([timer, task](const asio::error_code&) { task->Run(); });
     }
 
-private:
     asio::io_context mContext{1};  // run by one thread
     asio::executor_work_guard<asio::io_context::executor_type> mWork{mContext.get_executor()};
-    std::thread mThread;
+    std::thread mThread{[this] { mContext.run(); }};
 };
 
-const bool REGISTERED =
-    Add<AsioQueue>("Asio", Kind::PEER,
-                   "Asio " + Dotted({ASIO_VERSION / 100'000, ASIO_VERSION / 100 % 1'000, ASIO_VERSION % 100}));
+const std::string VERSION = Dotted(ASIO_VERSION / 100'000, ASIO_VERSION / 100 % 1'000, ASIO_VERSION % 100);
+const bool REGISTERED = Add<AsioQueue>("Asio", Kind::PEER, "Asio " + VERSION);
 
 }  // namespace bench

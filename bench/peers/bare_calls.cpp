@@ -6,22 +6,16 @@
 
 namespace bench {
 
-class ClockNanosleep {
-public:
-    void Start() {}
-    void Stop() {}
+struct ClockNanosleep {
     void SleepNs(uint64_t delayNs)
     {
-        const uint64_t dueNs = NowNs() + delayNs;
-        timespec due{};
-        due.tv_sec = static_cast<time_t>(dueNs / 1'000'000'000);
-        due.tv_nsec = static_cast<long>(dueNs % 1'000'000'000);
+        const auto dueNs = static_cast<int64_t>(NowNs() + delayNs);
+        const timespec due{dueNs / 1'000'000'000, dueNs % 1'000'000'000};
         clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &due, nullptr);
     }
 };
 
-class StdThread {
-public:
+struct StdThread {
     void StartAndStop()
     {
         std::thread([] {
@@ -32,27 +26,25 @@ public:
 };
 
 // Nothing is checked.
-class RawBuffer {
-public:
-    void Write(int64_t value) { mWritten = Move(&mData[mWritten], &value, sizeof(value)) + mWritten; }
+struct RawBuffer {
+    void Write(int64_t value)
+    {
+        std::memcpy(&mData[mWritten], &value, sizeof(value));
+        mWritten += sizeof(value);
+    }
     int64_t Read()
     {
         int64_t value = 0;
-        mRead += Move(&value, &mData[mRead], sizeof(value));
+        std::memcpy(&value, &mData[mRead], sizeof(value));
+        mRead += sizeof(value);
         return value;
     }
     RawBuffer Copy()
     {
         RawBuffer copy;
-        copy.mWritten = Move(copy.mData.get(), mData.get(), mWritten);
+        std::memcpy(copy.mData.get(), mData.get(), mWritten);
+        copy.mWritten = mWritten;
         return copy;
-    }
-
-private:
-    static size_t Move(void* to, const void* from, size_t size)
-    {
-        std::memcpy(to, from, size);
-        return size;
     }
 
     std::unique_ptr<uint8_t[]> mData{new uint8_t[osal::MEDIA_PARAM_CAPACITY]};

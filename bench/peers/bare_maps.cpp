@@ -4,13 +4,9 @@
 
 namespace bench {
 
-// A map from due time to list, as the queue keeps its messages in, but alone: no thread, no lock, nobody to wake.
-class MapOfLists {
-public:
-    void PostDelayed(Task* task, uint64_t delayNs)
-    {
-        mPending.try_emplace(mPending.end(), NowNs() + delayNs)->second.emplace_back(task, 0);
-    }
+// A map from due time to list, the structure in which the queue keeps its messages, but without thread and lock.
+struct MapOfLists {
+    void Insert(Task* task, uint64_t dueNs) { mPending.try_emplace(dueNs).first->second.emplace_back(task, 0); }
     void Remove(Task* task)
     {
         for (auto position = mPending.begin(); position != mPending.end();) {
@@ -19,16 +15,14 @@ public:
         }
     }
 
-private:
     std::map<uint64_t, std::list<std::pair<Task*, int32_t>>> mPending;
 };
 
-// Copies share the values, as the library's do but for texts.
+// Copies share the values, as those of the library do, except for texts.
 using SharedMap = BareMap<std::map<std::string, std::shared_ptr<Value>>>;
 
 // Each copy has texts of its own, too; nothing else is different.
-class OwnTextsMap : public SharedMap {
-public:
+struct OwnTextsMap : SharedMap {
     OwnTextsMap Copy() const
     {
         OwnTextsMap copy(*this);
@@ -39,7 +33,7 @@ public:
         }
         return copy;
     }
-    uint64_t Walk() const = delete;
+    void Walk(...) const = delete;
 };
 
 const bool REGISTERED = Add<MapOfLists>("map of lists", Kind::BOUND) &&

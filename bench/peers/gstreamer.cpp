@@ -4,61 +4,37 @@
 
 namespace bench {
 
-class Structure {
-public:
-    explicit Structure(GstStructure* structure = gst_structure_new_empty("media")) : mStructure(structure) {}
-
-    void Set(const Entry& entry, int32_t value) { Set(entry, G_TYPE_INT, value); }
-    void Set(const Entry& entry, double value) { Set(entry, G_TYPE_DOUBLE, value); }
-    void Set(const Entry& entry, const char* value) { Set(entry, G_TYPE_STRING, value); }
-
+struct Structure {
+    void Set(const Entry& entry, int32_t value) { SetTyped(entry, G_TYPE_INT, value); }
+    void Set(const Entry& entry, double value) { SetTyped(entry, G_TYPE_DOUBLE, value); }
+    void Set(const Entry& entry, const char* value) { SetTyped(entry, G_TYPE_STRING, value); }
     template <typename T>
-    uint64_t Read(const Entry& entry) const
+    void SetTyped(const Entry& entry, GType type, T value)
     {
-        T value{};
-        return Get(entry.mKey.c_str(), value) ? Digest(value) : 0;
+        gst_structure_set(Raw(), Key(entry), type, value, nullptr);
     }
-    uint64_t Walk() const
+    void Get(const Entry& entry, int32_t& value) const { gst_structure_get_int(Raw(), Key(entry), &value); }
+    void Get(const Entry& entry, double& value) const { gst_structure_get_double(Raw(), Key(entry), &value); }
+    void Get(const Entry& entry, const char*& value) const { value = gst_structure_get_string(Raw(), Key(entry)); }
+    template <typename Visit>
+    void Walk(Visit visit) const
     {
-        uint64_t sum = 0;
-        const auto add = [](GQuark key, const GValue* value, gpointer data) -> gboolean {
-            benchmark::DoNotOptimize(G_VALUE_TYPE(value));
-            *static_cast<uint64_t*>(data) += Digest(g_quark_to_string(key));
+        const auto visitField = [](GQuark key, const GValue* value, gpointer data) -> gboolean {
+            (*static_cast<Visit*>(data))(G_VALUE_TYPE(value), g_quark_to_string(key)[0]);
             return TRUE;
         };
-        gst_structure_foreach(mStructure.get(), add, &sum);
-        return sum;
+        gst_structure_foreach(Raw(), visitField, &visit);
     }
-    Structure Copy() const { return Structure(gst_structure_copy(mStructure.get())); }
+    Structure Copy() const { return {decltype(mOwn)(gst_structure_copy(Raw()), gst_structure_free)}; }
 
-private:
-    struct Free {
-        void operator()(GstStructure* structure) const { gst_structure_free(structure); }
-    };
+    static const char* Key(const Entry& entry) { return entry.mKey.c_str(); }
+    GstStructure* Raw() const { return mOwn.get(); }
 
-    template <typename T>
-    void Set(const Entry& entry, GType type, T value)
-    {
-        gst_structure_set(mStructure.get(), entry.mKey.c_str(), type, value, nullptr);
-    }
-    bool Get(const char* key, int32_t& value) const
-    {
-        return gst_structure_get_int(mStructure.get(), key, &value);
-    }
-    bool Get(const char* key, double& value) const
-    {
-        return gst_structure_get_double(mStructure.get(), key, &value);
-    }
-    bool Get(const char* key, const char*& value) const
-    {
-        value = gst_structure_get_string(mStructure.get(), key);
-        return value != nullptr;
-    }
-
-    std::unique_ptr<GstStructure, Free> mStructure;
+    std::unique_ptr<GstStructure, decltype(&gst_structure_free)> mOwn{gst_structure_new_empty("media"),
+                                                                      gst_structure_free};
 };
 
-const bool REGISTERED = Add<Structure>(
-    "GstStructure", Kind::PEER, "GStreamer " + Dotted({GST_VERSION_MAJOR, GST_VERSION_MINOR, GST_VERSION_MICRO}));
+const std::string VERSION = Dotted(GST_VERSION_MAJOR, GST_VERSION_MINOR, GST_VERSION_MICRO);
+const bool REGISTERED = Add<Structure>("GstStructure", Kind::PEER, "GStreamer " + VERSION);
 
 }  // namespace bench

@@ -1,17 +1,14 @@
 #include "../peer.h"
 
+#include <condition_variable>
 #include <deque>
+#include <mutex>
 
 namespace bench {
 
-// What one would write by hand: no delays, and nothing that could not be left out.
-class LockedDeque {
-public:
-    void Start()
-    {
-        mThread = std::thread([this] { Work(); });
-    }
-    void Stop()
+// A queue as one would write it by hand: no delays, and only what is necessary.
+struct LockedDeque {
+    ~LockedDeque()
     {
         Post(nullptr);
         mThread.join();
@@ -22,33 +19,24 @@ public:
         mTasks.push_back(task);
         mCond.notify_one();
     }
-    void Remove(Task* task)
-    {
-        const std::lock_guard<std::mutex> lock(mMutex);
-        mTasks.erase(std::remove(mTasks.begin(), mTasks.end(), task), mTasks.end());
-    }
 
-private:
-    void Work()
+    Task* Next()
     {
         std::unique_lock<std::mutex> lock(mMutex);
-        for (;;) {
-            mCond.wait(lock, [this] { return !mTasks.empty(); });
-            Task* const task = mTasks.front();
-            mTasks.pop_front();
-            if (task == nullptr) {
-                return;
-            }
-            lock.unlock();
-            task->Run();
-            lock.lock();
-        }
+        mCond.wait(lock, [this] { return !mTasks.empty(); });
+        Task* const task = mTasks.front();
+        mTasks.pop_front();
+        return task;
     }
 
-    std::thread mThread;
     std::mutex mMutex;  // guards mTasks
     std::condition_variable mCond;
     std::deque<Task*> mTasks;  // null ends the worker
+    std::thread mThread{[this] {
+        while (Task* const task = Next()) {
+            task->Run();
+        }
+    }};
 };
 
 const bool REGISTERED = Add<LockedDeque>("locked deque", Kind::BOUND);

@@ -5,77 +5,48 @@
 
 namespace bench {
 
-class OsalQueue {
-public:
+struct OsalQueue : osal::MsgQueue {
     // No real-time priority: the system refuses it, and the worker keeps the scheduling that the workers of the
     // other queues have, too.
-    void Start() { mQueue.Start("bench", static_cast<osal::Thread::Priority>(0)); }
-    void Stop() { mQueue.Stop(); }
-    void Post(Task* task) { mQueue.QueueMsg(task, 0); }
-    void PostDelayed(Task* task, uint64_t delayNs) { mQueue.QueueMsg(task, delayNs); }
-    void Remove(Task* task) { mQueue.RemoveMsg(task); }
-
-private:
-    osal::MsgQueue mQueue;
+    OsalQueue() { Start("bench", static_cast<osal::Thread::Priority>(0)); }
+    ~OsalQueue() override { Stop(); }
+    void Post(Task* task) { QueueMsg(task, 0); }
+    void PostDelayed(Task* task, uint64_t delayNs) { QueueMsg(task, delayNs); }
+    void Remove(Task* task) { RemoveMsg(task); }
 };
 
-class OsalContainer {
-public:
-    explicit OsalContainer(std::shared_ptr<osal::MediaMeta> meta = osal::MediaMeta::Create())
-        : mMeta(std::move(meta))
-    {
-    }
-
+struct OsalContainer {
     void Set(const Entry& entry, int32_t value) { mMeta->SetInt32(entry.mKey.c_str(), value); }
     void Set(const Entry& entry, double value) { mMeta->SetDouble(entry.mKey.c_str(), value); }
     void Set(const Entry& entry, const char* value) { mMeta->SetString(entry.mKey.c_str(), value); }
-
-    template <typename T>
-    uint64_t Read(const Entry& entry) const
+    void Get(const Entry& entry, int32_t& value) const { mMeta->GetInt32(entry.mKey.c_str(), value); }
+    void Get(const Entry& entry, double& value) const { mMeta->GetDouble(entry.mKey.c_str(), value); }
+    void Get(const Entry& entry, const char*& value) const { mMeta->GetString(entry.mKey.c_str(), value); }
+    template <typename Visit>
+    void Walk(Visit visit) const
     {
-        T value{};
-        return Get(entry.mKey.c_str(), value) ? Digest(value) : 0;
-    }
-    uint64_t Walk() const
-    {
-        uint64_t sum = 0;
-        const auto end = mMeta->End();
-        for (auto it = mMeta->Begin(); it != end; ++it) {
-            benchmark::DoNotOptimize(it.Value()->mType);
-            sum += Digest(it.Key());
+        for (auto it = mMeta->Begin(), end = mMeta->End(); it != end; ++it) {
+            visit(it.Value()->mType, it.Key()[0]);
         }
-        return sum;
     }
-    OsalContainer Copy() const { return OsalContainer(mMeta->Copy()); }
+    OsalContainer Copy() const { return {mMeta->Copy()}; }
 
-private:
-    bool Get(const char* key, int32_t& value) const { return mMeta->GetInt32(key, value); }
-    bool Get(const char* key, double& value) const { return mMeta->GetDouble(key, value); }
-    bool Get(const char* key, const char*& value) const { return mMeta->GetString(key, value); }
-
-    std::shared_ptr<osal::MediaMeta> mMeta;
+    std::shared_ptr<osal::MediaMeta> mMeta = osal::MediaMeta::Create();
 };
 
-class OsalParcel {
-public:
-    void Write(int64_t value) { mParam.WriteInt64(value); }
-    int64_t Read() { return mParam.ReadInt64(); }
+struct OsalParcel : osal::MediaParam {
+    void Write(int64_t value) { WriteInt64(value); }
+    int64_t Read() { return ReadInt64(); }
     OsalParcel Copy() { return *this; }
-
-private:
-    osal::MediaParam mParam;
 };
 
-class OsalThread : public osal::Thread {
-public:
+struct OsalThread : osal::Thread {
     ~OsalThread() override { Stop(); }
     void StartAndStop()
     {
         Start("bench-worker", PRIORITY_DEFAULT);
         Stop();
     }
-
-private:
     bool Run() override { return false; }
 };
 

@@ -1,38 +1,32 @@
 #include "../peer.h"
 
-#include <QByteArray>
 #include <QCoreApplication>
 #include <QDataStream>
-#include <QObject>
-#include <QString>
 #include <QThread>
 #include <QTimer>
 #include <QVariantMap>
 
 namespace bench {
 
-class QtQueue {
-public:
+struct QtQueue {
     QtQueue()
     {
-        // Threads with an event loop take an application object; it reads its arguments for as long as it lives.
+        // Threads with an event loop need an application object, which reads its arguments as long as it exists.
         static int argc = 1;
-        static char name[] = "bench";
-        static char* argv[] = {name, nullptr};
-        static const QCoreApplication application(argc, argv);
+        static std::array<char*, 2> argv{const_cast<char*>("bench"), nullptr};
+        static const QCoreApplication application(argc, argv.data());
         mReceiver.moveToThread(&mThread);
+        mThread.start();
     }
-
-    void Start() { mThread.start(); }
-    void Stop()
+    ~QtQueue()
     {
         mThread.quit();
         mThread.wait();
     }
     void Post(Task* task)
     {
-        QMetaObject::invokeMethod(
-            &mReceiver, [task] { task->Run(); }, Qt::QueuedConnection);
+        const auto run = [task] { task->Run(); };
+        QMetaObject::invokeMethod(&mReceiver, run, Qt::QueuedConnection);
     }
     void PostDelayed(Task* task, uint64_t delayNs)
     {
@@ -44,12 +38,11 @@ public:
         QMetaObject::invokeMethod(&mReceiver, start, Qt::QueuedConnection);
     }
 
-private:
     QThread mThread;
     QObject mReceiver;
 };
 
-// Its keys are QStrings that exist before they are used, as those of QStringLiteral() do.
+// The keys are QStrings that exist before they are used, as those of QStringLiteral() do.
 const QString& Key(const Entry& entry)
 {
     static const std::vector<QString> keys = [] {
@@ -62,40 +55,22 @@ const QString& Key(const Entry& entry)
     return keys[entry.mIndex];
 }
 
-class QtMap {
-public:
-    template <typename T>
-    void Set(const Entry& entry, T value)
+struct QtMap {
+    void Set(const Entry& entry, int32_t value) { mMap[Key(entry)] = value; }
+    void Set(const Entry& entry, double value) { mMap[Key(entry)] = value; }
+    void Set(const Entry& entry, const char* value) { mMap[Key(entry)] = QString::fromUtf8(value); }
+    void Get(const Entry& entry, int32_t& value) const { value = mMap.constFind(Key(entry))->toInt(); }
+    void Get(const Entry& entry, double& value) const { value = mMap.constFind(Key(entry))->toDouble(); }
+    void Get(const Entry& entry, const char*& value) const  // the low byte of the first character is first
     {
-        if constexpr (std::is_same_v<T, const char*>) {
-            mMap[Key(entry)] = QString::fromUtf8(value);
-        } else {
-            mMap[Key(entry)] = value;
-        }
+        value = reinterpret_cast<const char*>(mMap.constFind(Key(entry))->toString().constData());
     }
-    template <typename T>
-    uint64_t Read(const Entry& entry) const
+    template <typename Visit>
+    void Walk(Visit visit) const
     {
-        const auto position = mMap.constFind(Key(entry));
-        if (position == mMap.constEnd()) {
-            return 0;
-        }
-        if constexpr (std::is_same_v<T, int32_t>) {
-            return Digest(position->toInt());
-        } else if constexpr (std::is_same_v<T, double>) {
-            return Digest(position->toDouble());
-        } else {
-            return position->toString().at(0).unicode();
-        }
-    }
-    uint64_t Walk() const
-    {
-        uint64_t sum = 0;
         for (auto it = mMap.constBegin(); it != mMap.constEnd(); ++it) {
-            benchmark::DoNotOptimize(it->userType());
-            sum += it.key().at(0).unicode();
+            visit(it->userType(), it.key().at(0).unicode());
         }
-        return sum;
     }
     // Detached: without that nothing is copied before the first change.
     QtMap Copy() const
@@ -105,31 +80,24 @@ public:
         return copy;
     }
 
-private:
     QVariantMap mMap;
 };
 
-// Writes and reads through one position each, of which a stream has only one.
-class QtParcel {
-public:
-    explicit QtParcel(const QByteArray& data = {}) : mData(data), mWriter(&mData, QIODevice::Append) {}
-
+// Writes and reads with a stream each, since a stream has only one position.
+struct QtParcel {
+    explicit QtParcel(const QByteArray& data = {}) : mData(data) {}
     void Write(int64_t value) { mWriter << qint64{value}; }
     int64_t Read()
     {
-        if (!mReader) {
-            mReader = std::make_unique<QDataStream>(&mData, QIODevice::ReadOnly);
-        }
         qint64 value = 0;
-        *mReader >> value;
+        mReader >> value;
         return value;
     }
     QtParcel Copy() { return QtParcel(QByteArray(mData.constData(), mData.size())); }
 
-private:
     QByteArray mData;
-    QDataStream mWriter;
-    std::unique_ptr<QDataStream> mReader;  // made by the first read
+    QDataStream mWriter{&mData, QIODevice::Append};
+    QDataStream mReader{&mData, QIODevice::ReadOnly};
 };
 
 const std::string VERSION = std::string("Qt ") + qVersion();
