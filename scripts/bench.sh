@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
-# Runs the benchmarks beside what there is to compare with, five times over, and writes the medians, tables and
-# pictures: docs/benchmarks.json, docs/figures.md, docs/benchmarks.svg and docs/growth.svg, to be committed by
-# themselves. That takes some 25 minutes, on a machine that has nothing else to do. With --quick each row runs once, for
-# one iteration, and all of this goes to build/bench/quick: the figures mean nothing, but it shows that every row works.
-# With --draw nothing is measured: tables and pictures are made anew from docs/benchmarks.json.
+# Measures osal and the libraries it is compared with, in five runs, and writes medians, tables and pictures:
+# docs/benchmarks.json, docs/figures.md, docs/benchmarks.svg and docs/growth.svg, for a commit of their own. This needs
+# an idle machine. With --quick each row runs once, for one iteration, and the results go to
+# build/bench/quick: these figures mean nothing, but a row that fails ends the script. With --draw nothing is measured:
+# tables and pictures are made again from docs/benchmarks.json.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/lib.sh
@@ -15,8 +15,8 @@ if [ "$*" = --draw ]; then
     exec python3 scripts/bench_report.py docs
 fi
 need c++=g++ cmake=cmake ninja=ninja-build libbenchmark-dev
-# None of them has to be there. GStreamer's takes the libunwind of LLVM, which libc++ brings along, as well as the
-# usual one: it drives nothing out.
+# All of them are optional. The package of GStreamer accepts the libunwind of LLVM, which libc++ installs, in place of
+# the usual one: no other package is removed.
 (need pkg-config=pkg-config libglib2.0-dev libgstreamer1.0-dev libasio-dev libevent-dev qtbase5-dev \
     libabsl-dev) || echo "going on with the peers that are there"
 build bench
@@ -29,10 +29,10 @@ rm -rf "$results"
 mkdir -p "$results" "$out"
 subjects=$("$program" --benchmark_list_tests | cut -d / -f 1-3 | awk '!seen[$0]++')
 rows=$(cut -d / -f 1-2 <<<"$subjects" | awk '!seen[$0]++')
-# Row by row, so that what is compared is measured close together. Each subject by a process of its own: what one leaves
-# behind on the heap would make the next one slower. Several passes, of which the report takes the best: a machine that
-# others use as well is at times half as fast for a while. But where a queue's worker is at work, times differ from pass
-# to pass by themselves: those rows have one long pass.
+# Row by row, so that figures that are compared are measured close together. Each subject in a process of its own: what
+# one leaves on the heap would make the next one slower. Several passes, of which the report takes the best: a shared
+# machine is slow for a while, at times by half. In rows with a running worker, times differ from pass to pass without
+# that: these rows have one long pass.
 for run in $(seq "$runs"); do
     for row in $rows; do
         passes=4 seconds=0.02

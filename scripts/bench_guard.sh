@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# Counts what operations of the library cost, in instructions and allocations, and compares that with the lines of
-# bench/guard.txt. Fails when an operation takes over 3 % more instructions or more allocations than its line. With
-# --renew writes the lines. Counts do not depend on the load of the machine, but on compiler and architecture: where
-# these are others than in bench/guard.txt, nothing is compared.
+# Counts the instructions and allocations of operations of the library and compares them with bench/guard.txt. Fails if
+# an operation needs over 3 % more instructions, or more allocations, than its line. With --renew, writes the lines.
+# The counts do not depend on the load of the machine, but on compiler, C library and architecture: if these differ from
+# those in bench/guard.txt, the script prints this and compares nothing.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/lib.sh
