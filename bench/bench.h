@@ -50,15 +50,14 @@ struct Event {
     sem_t mSemaphore;
 };
 
-// Gathers the times of the iterations of one benchmark. A counter is the time of one item: of one message, one
-// entry, one value. It is the median of the iterations, of which some are held up by whatever else the machine
-// does.
+// Collects the times of the iterations of one benchmark. A counter is the time of one item: a message, an entry or
+// a value. It is the median of the iterations, because other work of the machine delays some of them.
 class ItemTimer {
 public:
     explicit ItemTimer(benchmark::State& state) : mState(state)
     {
-        // Tidies up what earlier rounds of this process have left on the heap: else that would happen in this
-        // one's time, and its nodes would be scattered among the remains. So the timer is made before the nodes.
+        // Releases free memory that earlier rounds of this process left on the heap: otherwise this happens in the
+        // measured time, and the nodes are scattered. For this reason the timer is made before the nodes.
         malloc_trim(0);
     }
     ~ItemTimer()
@@ -88,7 +87,7 @@ private:
 };
 
 // Registers `function` under "family/row/subject": the subjects of one row are compared with each other. `unit`
-// says what the time of an item is the time of.
+// names the item that a time belongs to.
 template <typename Function>
 benchmark::internal::Benchmark* Register(const char* row, const char* subject, const char* unit, Function function)
 {

@@ -45,7 +45,7 @@ BENCH_OPERATION(RemoveOf, Remove(nullptr));
 BENCH_OPERATION(InsertOf, Insert(nullptr, 0));
 BENCH_OPERATION(SleepOf, SleepNs(0));
 
-// Holds the worker, so that what is posted meanwhile is only queued.
+// Holds the worker, so that messages posted meanwhile are only queued.
 template <typename Queue>
 struct Parker {
     void Park(Queue& queue)
