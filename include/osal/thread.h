@@ -71,8 +71,8 @@ public:
     /// refuses the thread: the object stays stopped, and a later Start() may succeed.
     int32_t Start(const std::string& name, Priority priority);
 
-    /// Tells the worker to end and waits until the worker has ended. Right after Start(), the worker may end without a
-    /// call of Run(). Does nothing without a worker.
+    /// Tells the worker to end and waits until the worker has ended. Right after Start(), the worker may end
+    /// without a call of Run(). Does nothing without a worker.
     void Stop();
 
     /// Returns the kernel thread id of the worker; -1 without a worker. A worker that ended by itself counts until
