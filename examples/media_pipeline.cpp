@@ -53,6 +53,7 @@ Options ParseOptions(int argc, char** argv)
                                   {"speed", required_argument, nullptr, 's'},
                                   {"out", required_argument, nullptr, 'o'},
                                   {nullptr, 0, nullptr, 0}};
+    opterr = 0;
     Options options;
     for (int c = 0; (c = getopt_long(argc, argv, "", longOptions, nullptr)) != -1;) {
         if (c == 'h') {
@@ -76,7 +77,7 @@ Options ParseOptions(int argc, char** argv)
                 throw UsageError("--speed must be 0, or 0.001 to 1000000");
             }
         } else {
-            exit(2);  // getopt_long() has said why
+            throw UsageError(std::string(argv[optind - 1]) + " is no option, or its value is missing");
         }
     }
     if (argc - optind > 1) {
@@ -84,6 +85,9 @@ Options ParseOptions(int argc, char** argv)
     }
     if (optind < argc) {
         options.input = argv[optind];
+        if (options.input.empty()) {
+            throw UsageError("the name of the input is empty");
+        }
     }
     return options;
 }

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs missing packages, builds the library and plays a WAV file with it. The default file is the sample.
 set -euo pipefail
-[ $# -le 1 ] && [[ "${1-}" != -* ]] || { echo "usage: demo.sh [FILE.wav]" >&2; exit 2; }
+[ $# -le 1 ] && [[ "${1-.}" != "" && "${1-.}" != -* ]] || { echo "usage: demo.sh [FILE.wav]" >&2; exit 2; }
 input=${1-}
 [[ "$input" == "" || "$input" == /* ]] || input=$PWD/$input
 cd "$(dirname "$0")/.."

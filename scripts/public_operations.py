@@ -44,6 +44,8 @@ def operations(scope):
             yield inner["mangledName"].replace("C1E", "C2E") if is_abstract else inner["mangledName"]
 
 
+if len(sys.argv) > 1:
+    sys.exit("usage: public_operations.py")
 found = {name for declaration in declarations() for name in operations(declaration)}
 if not found:
     sys.exit("public_operations.py: found no operation")

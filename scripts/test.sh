@@ -14,6 +14,7 @@ for argument in "$@"; do
 done
 
 build release -DOSAL_BUILD_TESTS=ON -DOSAL_BUILD_EXAMPLES=ON
+! ctest --preset release -N "$@" | grep -qx 'Total Tests: 0' || fail "no test matches $*"
 if ctest --preset release --no-tests=error "$@"; then
     echo "tests passed"
 else
