@@ -192,6 +192,7 @@ TEST(Faults, OfMemoryLeaveTheQueueStopped)
     const LogCapture log;
     allocationsLeft = 0;
     EXPECT_EQ(-38, queue.QueueMsg(&handler, 0));  // refused without memory, too
+    allocationsLeft = 0;
     EXPECT_EQ(-12, queue.Start("t", osal::Thread::PRIORITY_MIN));
     EXPECT_EQ(-1, allocationsLeft);
     EXPECT_EQ(-1, queue.GetThreadId());

@@ -28,6 +28,12 @@ uint64_t NowNs()
     return static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::nanoseconds>(now).count());
 }
 
+int32_t RefuseMsg()
+{
+    LOGE("%s: QueueMsg thread not start!", "QueueMsg");
+    return -ENOSYS;
+}
+
 // Appends the lists that were due at `nowNs`, the last reading of the clock, to the first list. The steps that run
 // these messages then hold the lock for a shorter time. This keeps the order: a message that is queued later is
 // never due before that reading, so the message belongs after all moved messages.
@@ -125,14 +131,22 @@ int32_t MsgQueue::QueueMsg(IMsgHandler* handler, uint64_t delayNs)
     if (handler == nullptr) {
         return -ENOSYS;
     }
+    // Allocated before the lock, because the worker needs the lock at the same time. Also before the map entry: an
+    // entry without a message would make later messages look as if the worker had been woken for an earlier one.
+    std::list<MsgItem> message;
+    try {
+        message.push_back(MsgItem{handler, 0});
+    } catch (const std::bad_alloc&) {
+        const std::lock_guard<std::mutex> lock(mMutex);
+        if (mStopped) {  // a stopped queue refuses messages even without memory
+            return RefuseMsg();
+        }
+        throw;
+    }
     const std::lock_guard<std::mutex> lock(mMutex);
     if (mStopped) {
-        LOGE("%s: QueueMsg thread not start!", __func__);
-        return -ENOSYS;
+        return RefuseMsg();
     }
-    // Allocated before the map entry: an entry without a message, left by a failed allocation, would make later
-    // messages look as if the worker had been woken for an earlier one.
-    std::list<MsgItem> message(1, MsgItem{handler, 0});
     // If all pending messages are known to be due, a message without delay belongs behind them, as a new reading
     // of the clock would show.
     const bool isClockNeeded = delayNs != 0 || (!mMsgs.empty() && mMsgs.rbegin()->first > mNowNs);
