@@ -164,15 +164,15 @@ void MsgQueue::RemoveMsg(IMsgHandler* handler)
     if (handler == nullptr) {
         return;
     }
-    std::list<MsgItem> removed;  // freed after the lock
     const std::lock_guard<std::mutex> lock(mMutex);
     for (auto position = mMsgs.begin(); position != mMsgs.end();) {
         std::list<MsgItem>& items = position->second;
-        for (auto next = items.begin(); next != items.end();) {
-            const auto item = next++;
+        for (auto item = items.begin(); item != items.end();) {
             if (item->mHandler == handler) {
                 handler->NotifyFinished();
-                removed.splice(removed.end(), items, item);
+                item = items.erase(item);  // freed here: the node is in the cache now, and not after the walk
+            } else {
+                ++item;
             }
         }
         position = items.empty() ? mMsgs.erase(position) : std::next(position);
