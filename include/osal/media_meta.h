@@ -131,8 +131,8 @@ public:
             Fraction fractionValue;  ///< For META_TYPE_FRACTION.
             Rect rectValue;  ///< For META_TYPE_RECT.
         } mValue;  ///< The value, unless `mType` is META_TYPE_OBJECT.
-        std::shared_ptr<MetaBase>
-            mObject;  ///< For META_TYPE_OBJECT: the object, or an empty pointer. Otherwise empty.
+        /// For META_TYPE_OBJECT: the object, or an empty pointer. Otherwise empty.
+        std::shared_ptr<MetaBase> mObject;
     };
 
     /// The map of a container: keys in ascending byte order.

@@ -96,8 +96,8 @@ private:
     int32_t mId;
     std::unique_ptr<std::thread> mThread;  // null while stopped
     std::atomic<bool> mStop;  // while mThread is set, true means that a Stop() is in progress
-    std::mutex
-        mMutex;  // guards mName, mPriority, mId, mThread, mStops; locked after the lock of a queue, never before
+    // Guards mName, mPriority, mId, mThread, mStops; locked after the lock of a queue, never before.
+    std::mutex mMutex;
     std::condition_variable mCond;  // signalled when the worker has recorded mId and when mStops has changed
     uint32_t mStops;  // number of completed stops; a waiting Stop() returns when it changes
 };

@@ -18,6 +18,15 @@ using Item = MediaMeta::MetaItem;
 // Each switch below lists all types and has no default, so that a new type does not compile until it is in every
 // switch. The code after a switch handles the types that the operation leaves out, and unknown types.
 
+// The integers that Merge(), Dump() and parcels leave out.
+#define LIMITED_INTEGERS   \
+    META_TYPE_INT8:        \
+    case META_TYPE_INT16:  \
+    case META_TYPE_UINT8:  \
+    case META_TYPE_UINT16: \
+    case META_TYPE_UINT32: \
+    case META_TYPE_UINT64
+
 void LogLeftOut(const char* operation, MetaType type)
 {
     LOGE("%s: Should not be here mType: %d", operation, type);
@@ -53,12 +62,7 @@ bool MergeItem(MediaMeta& to, const char* key, const Item& item)
         case META_TYPE_RECT: return to.SetRect(key, value.rectValue);
         case META_TYPE_OBJECT: return to.SetObject(key, item.mObject);
         case META_TYPE_NONE:
-        case META_TYPE_INT8:
-        case META_TYPE_INT16:
-        case META_TYPE_UINT8:
-        case META_TYPE_UINT16:
-        case META_TYPE_UINT32:
-        case META_TYPE_UINT64: break;
+        case LIMITED_INTEGERS: break;
     }
     LogLeftOut("Merge", item.mType);
     return true;
@@ -84,12 +88,7 @@ void DumpItem(const char* key, const Item& item)
         case META_TYPE_FRACTION: LOGD("(%s, fraction:(%d/%d))", key, fraction.num, fraction.den); return;
         case META_TYPE_RECT: LOGD("(%s, rect:(%d, %d, %d, %d))", key, rect.a, rect.b, rect.c, rect.d); return;
         case META_TYPE_OBJECT: LOGD("(%s, object:%p)", key, static_cast<void*>(item.mObject.get())); return;
-        case META_TYPE_INT8:
-        case META_TYPE_INT16:
-        case META_TYPE_UINT8:
-        case META_TYPE_UINT16:
-        case META_TYPE_UINT32:
-        case META_TYPE_UINT64: break;
+        case LIMITED_INTEGERS: break;
     }
     LOGE("%s: Unknown item: %d", "Dump", item.mType);
 }
@@ -120,12 +119,7 @@ bool WriteValue(MediaParam& param, const Item& item)
         case META_TYPE_BYTE_BUFFER: LOGE("MediaParam doesn't support WriteByteBuffer method"); return false;
         case META_TYPE_OBJECT: LOGE("MediaParam doesn't support WriteObject method"); return false;
         case META_TYPE_NONE:
-        case META_TYPE_INT8:
-        case META_TYPE_INT16:
-        case META_TYPE_UINT8:
-        case META_TYPE_UINT16:
-        case META_TYPE_UINT32:
-        case META_TYPE_UINT64: break;
+        case LIMITED_INTEGERS: break;
     }
     LogLeftOut("WriteToMediaParam", item.mType);
     return false;
@@ -161,12 +155,7 @@ ReadResult ReadValue(const MediaParam& param, Item& item)
         case META_TYPE_BYTE_BUFFER: LOGE("MediaParam doesn't support ReadByteBuffer method"); return INCOMPLETE;
         case META_TYPE_OBJECT: LOGE("MediaParam doesn't support ReadObject method"); return INCOMPLETE;
         case META_TYPE_NONE:
-        case META_TYPE_INT8:
-        case META_TYPE_INT16:
-        case META_TYPE_UINT8:
-        case META_TYPE_UINT16:
-        case META_TYPE_UINT32:
-        case META_TYPE_UINT64: break;
+        case LIMITED_INTEGERS: break;
     }
     LogLeftOut("ReadFromMediaParam", item.mType);
     return INCOMPLETE;
