@@ -8,14 +8,13 @@
 #include <array>
 #include <atomic>
 #include <chrono>
-#include <cstring>
 #include <functional>
 #include <gtest/gtest.h>
 #include <list>
+#include <map>
 #include <random>
 #include <thread>
 
-using osal::IMsgHandler;
 using osal::MsgHandlerBase;
 using osal::MsgQueue;
 using osal::Thread;
@@ -23,42 +22,42 @@ using osal::Thread;
 namespace {
 
 constexpr const char* TAG = "MsgQueue";
+const LogLine REFUSED{ANDROID_LOG_ERROR, TAG, "QueueMsg: QueueMsg thread not start!"};
 
-// In a simulation: what is due runs at exactly its due time.
+LogLine StartIgnored(const std::string& name)
+{
+    return {ANDROID_LOG_INFO, TAG, "Start: MsgProcessor " + name + " is not stop, ignored!"};
+}
+
+using Notes = std::vector<std::string>;
+
+// In a simulation: a message runs at exactly its due time.
 class MsgQueueTest : public testing::Test {
 protected:
-    // Notes what happens to it and when, in one list for all handlers of the test.
-    class Recorder : public MsgHandlerBase {
-    public:
-        Recorder(MsgQueueTest& test, std::string name, std::function<void()> body = {})
-            : mTest(test), mName(std::move(name)), mBody(std::move(body))
-        {
-        }
+    // Notes what happens to it, in one list for all handlers of the test.
+    struct Handler : MsgHandlerBase {
         void HandleMsg(int32_t& arg) override
         {
             EXPECT_EQ(0, arg);
             arg = 1;
-            mTest.Note(mName);
-            if (mBody) {
-                mBody();
+            test->Note(name);
+            if (body) {
+                body();
             }
             MsgHandlerBase::NotifyFinished();
         }
         void NotifyFinished() override
         {
-            mTest.Note(mName + " dropped");
+            test->Note(name + " dropped");
             MsgHandlerBase::NotifyFinished();
         }
 
-    private:
-        MsgQueueTest& mTest;
-        std::string mName;
-        std::function<void()> mBody;
+        MsgQueueTest* test = nullptr;
+        std::string name;
+        std::function<void()> body;
     };
 
-    using Notes = std::vector<std::string>;
-
-    // With the time since the test began, unless that is 0.
+    // Adds the time since the test began, unless that is 0.
     void Note(const std::string& what)
     {
         const uint64_t ns = Simulation::NowNs() - mStartNs;
@@ -70,146 +69,142 @@ protected:
         const std::lock_guard<std::mutex> lock(mMutex);
         return std::move(mNotes);
     }
-    void StartQueue() { ASSERT_EQ(0, mQueue.Start("queue", Thread::PRIORITY_MIN)); }
-    // The worker blocks in a handler until released.
-    void ParkWorker()
+    // The handler of that name, made when it is first named.
+    Handler* Named(const std::string& name)
     {
-        StartQueue();
-        Queue(mParker, 0);
-        Simulation::LetOthersRun();
-        TakeNotes();
+        Handler& handler = mHandlers[name];
+        handler.test = this;
+        handler.name = name;
+        return &handler;
     }
-    void Queue(IMsgHandler& handler, uint64_t delayNs) { EXPECT_EQ(0, mQueue.QueueMsg(&handler, delayNs)); }
+    void Queue(const std::string& name, uint64_t delayNs) { EXPECT_EQ(0, mQueue.QueueMsg(Named(name), delayNs)); }
+    void Start(const std::string& name = "queue")
+    {
+        ASSERT_EQ(0, mQueue.Start(name, static_cast<Thread::Priority>(7)));
+    }
+    // Queues a handler that runs `body` once mRelease is set, and waits until it is called.
+    void QueueParked(std::function<void()> body)
+    {
+        Named("parked")->body = [this, body = std::move(body)] {
+            mRelease.Wait();
+            body();
+        };
+        Queue("parked", 0);
+        Simulation::LetOthersRun();
+    }
 
     const Simulation mSimulation;
     const uint64_t mStartNs = Simulation::NowNs();
+    const LogCapture mLog;
     std::mutex mMutex;
     Notes mNotes;
     Event mRelease;
-    Recorder mParker{*this, "parker", [this] { mRelease.Wait(); }};
+    std::map<std::string, Handler> mHandlers;
     MsgQueue mQueue;
 };
 
 }  // namespace
 
-TEST_F(MsgQueueTest, RefusesMessagesUnlessItRuns)
+TEST_F(MsgQueueTest, RefusesMessagesUnlessStartedAndStartsAgainAfterStop)
 {
-    const LogCapture log;
-    Recorder handler(*this, "handler");
-    for (int i = 0; i < 2; ++i) {
-        EXPECT_EQ(-38, mQueue.QueueMsg(nullptr, 0));
-        EXPECT_EQ(-38, mQueue.QueueMsg(&handler, 0));
-        mQueue.RemoveMsg(nullptr);
-        mQueue.RemoveMsg(&handler);
-        mQueue.Stop();
-        EXPECT_EQ(-1, mQueue.GetThreadId());
-        StartQueue();
-        EXPECT_EQ(-38, mQueue.QueueMsg(nullptr, 0));
-        mQueue.Stop();
-    }
-    const LogLine refused{ANDROID_LOG_ERROR, TAG, "QueueMsg: QueueMsg thread not start!"};
-    EXPECT_EQ((LogLines{refused, refused}), log.Lines());
-    EXPECT_EQ(Notes{}, TakeNotes());
-}
-
-TEST_F(MsgQueueTest, StartsOnceAndAgainAfterStop)
-{
-    const LogCapture log;
     pthread_t worker{};
-    Recorder handler(*this, "handler", [&] {
+    Named("handler")->body = [&] {
         mQueue.Stop();  // refused
         EXPECT_EQ(osal::GetTid(), mQueue.GetThreadId());
         worker = pthread_self();
         Note(KernelThreadName(osal::GetTid()));
-    });
+    };
+    LogLines expected;
     for (const std::string name : {"first", "second"}) {
-        EXPECT_EQ(0, mQueue.Start(name, static_cast<Thread::Priority>(7)));
+        EXPECT_EQ(-1, mQueue.GetThreadId());
+        EXPECT_EQ(-38, mQueue.QueueMsg(nullptr, 0));
+        EXPECT_EQ(-38, mQueue.QueueMsg(Named("handler"), 0));
+        mQueue.RemoveMsg(nullptr);
+        mQueue.RemoveMsg(Named("handler"));
+        mQueue.Stop();
+        Start(name);
+        EXPECT_EQ(-38, mQueue.QueueMsg(nullptr, 0));
         EXPECT_EQ(0, mQueue.Start("ignored", Thread::PRIORITY_MAX));
-        Recorder last(*this, "last");
-        Queue(handler, 0);
-        Queue(last, 0);
-        last.Wait();
+        Queue("handler", 0);
+        Queue("last", 0);
+        Simulation::LetOthersRun();
         EXPECT_EQ((Notes{"handler", name, "last"}), TakeNotes());
         const auto scheduling = Simulation::LastScheduling();
         EXPECT_TRUE(pthread_equal(worker, scheduling.thread) != 0 && scheduling.priority == 7);
         mQueue.Stop();
-        EXPECT_EQ(-1, mQueue.GetThreadId());
+        const LogLine refusedStop{ANDROID_LOG_WARN, "NuThread",
+                                  "Stop: Thread " + name + " is not allowed to stop itself"};
+        expected.insert(expected.end(), {REFUSED, StartIgnored(name), refusedStop});
     }
-    EXPECT_EQ((LogLines{{ANDROID_LOG_INFO, TAG, "Start: MsgProcessor first is not stop, ignored!"},
-                        {ANDROID_LOG_WARN, "NuThread", "Stop: Thread first is not allowed to stop itself"},
-                        {ANDROID_LOG_INFO, TAG, "Start: MsgProcessor second is not stop, ignored!"},
-                        {ANDROID_LOG_WARN, "NuThread", "Stop: Thread second is not allowed to stop itself"}}),
-              log.Lines());
+    EXPECT_EQ(expected, mLog.Lines());
 }
 
-TEST_F(MsgQueueTest, WakesTheWorkerForAnEarlierMessageAlone)
+TEST_F(MsgQueueTest, WakesTheWorkerOnlyForAnEarlierMessage)
 {
-    StartQueue();
-    Recorder hour(*this, "hour");
-    Recorder sooner(*this, "sooner");
-    Queue(hour, HOUR_NS);
+    constexpr uint64_t YEARS_200_NS = 200 * 365 * 24 * HOUR_NS;
+    Start();
+    Queue("too far", (1ULL << 63) + HOUR_NS);
+    Simulation::LetOthersRun();
+    mQueue.RemoveMsg(Named("too far"));
+    Queue("hour", HOUR_NS);
     Simulation::LetOthersRun();
     const int waits = Simulation::Waits();
-    Queue(hour, HOUR_NS + 1);
+    Queue("hour", HOUR_NS + 1);
     Simulation::LetOthersRun();
     EXPECT_EQ(waits, Simulation::Waits());
-    Queue(hour, HOUR_NS);
-    Queue(sooner, 10);
+    Queue("hour", HOUR_NS);
+    Queue("sooner", 10);
     Simulation::LetOthersRun();
     EXPECT_EQ(waits + 1, Simulation::Waits());  // one for both
-    Simulation::MoveWallClock(-static_cast<int64_t>(2 * HOUR_NS));  // which moves no due time
-    sooner.Wait();
-    hour.Wait();
+    Simulation::MoveWallClock(-static_cast<int64_t>(2 * HOUR_NS));  // has no effect on due times
+    Named("sooner")->Wait();
+    Named("hour")->Wait();
     Simulation::LetOthersRun();
-    EXPECT_EQ((Notes{"sooner @10", "hour @3600000000000", "hour @3600000000000"}), TakeNotes());
-    mQueue.Stop();
-    EXPECT_EQ(Notes{"hour dropped @3600000000000"}, TakeNotes());
+    EXPECT_EQ((Notes{"too far dropped", "sooner @10", "hour @3600000000000", "hour @3600000000000"}), TakeNotes());
+    mQueue.RemoveMsg(Named("hour"));
+    TakeNotes();
+    Queue("far", YEARS_200_NS);
+    Queue("overflowing", UINT64_MAX - 5);  // the due time is in the past
+    const int waitsBefore = Simulation::Waits();
+    Named("far")->Wait();
+    EXPECT_EQ(waitsBefore + 4, Simulation::Waits());  // this one, two for the delay, one for the next message
+    EXPECT_EQ((Notes{"overflowing @3600000000000", "far @" + std::to_string(HOUR_NS + YEARS_200_NS)}),
+              TakeNotes());
 }
 
-// Of many due times that have passed, the worker takes several at once.
+// The worker takes several of many due times at once.
 TEST_F(MsgQueueTest, RunsManyDueTimesInOrderAndRemovesAmongThem)
 {
-    ParkWorker();
-    Recorder gone(*this, "gone");
-    Recorder remover(*this, "remover", [&] { mQueue.RemoveMsg(&gone); });
-    Recorder a(*this, "a");
-    Recorder b(*this, "b");
+    Start();
+    QueueParked([] {});
+    TakeNotes();
+    Named("remover")->body = [&] { mQueue.RemoveMsg(Named("gone")); };
     Notes expected{"remover @100"};
     expected.insert(expected.end(), 40, "gone dropped @100");
-    mQueue.RemoveMsg(&mParker);  // not the one that runs
-    Queue(remover, 0);
+    mQueue.RemoveMsg(Named("parked"));  // not the running message
+    Queue("remover", 0);
     for (uint64_t i = 0; i < 40; ++i) {
-        Queue(b, 100 - 2 * i);  // the later ones come first
-        Queue(gone, 2 * i + 1);
-        Queue(a, 99 - 2 * i);
+        Queue("b", 100 - 2 * i);  // the later ones come first
+        Queue("gone", 2 * i + 1);
+        Queue("a", 99 - 2 * i);
         expected.insert(expected.end(), {"a @100", "b @100"});
     }
     std::this_thread::sleep_for(std::chrono::nanoseconds(100));
-    Queue(mParker, 0);  // behind all that is due
-    expected.emplace_back("parker @100");
+    Queue("parked", 0);  // after all that is due
+    expected.emplace_back("parked @100");
     mRelease.Set();
     Simulation::LetOthersRun();
     EXPECT_EQ(expected, TakeNotes());
 }
 
-// Whoever meets a Stop waits for it: another Stop, and a Start, unless it is the worker's own.
 TEST_F(MsgQueueTest, StopFinishesTheRunningMessageAndDropsThePendingInOrder)
 {
-    const LogCapture log;
-    StartQueue();
-    Recorder running(*this, "running", [this] {
-        mRelease.Wait();
-        EXPECT_EQ(-17, mQueue.Start("from the old worker", Thread::PRIORITY_MIN));
-    });
-    Recorder a(*this, "a");
-    Recorder b(*this, "b");
-    Recorder c(*this, "c");
-    Queue(running, 0);
-    Simulation::LetOthersRun();
-    Queue(c, 2 * HOUR_NS);
-    for (Recorder* handler : {&b, &a, &a}) {
-        Queue(*handler, HOUR_NS);
-        Queue(*handler, 0);
+    Start();
+    QueueParked([this] { EXPECT_EQ(-17, mQueue.Start("from the old worker", Thread::PRIORITY_MIN)); });
+    Queue("c", 2 * HOUR_NS);
+    for (const char* name : {"b", "a", "a"}) {
+        Queue(name, HOUR_NS);
+        Queue(name, 0);
     }
     const auto stop = [this] {
         mQueue.Stop();
@@ -218,11 +213,12 @@ TEST_F(MsgQueueTest, StopFinishesTheRunningMessageAndDropsThePendingInOrder)
     std::thread stopper(stop);
     Simulation::LetOthersRun();
     EXPECT_EQ(-1, mQueue.GetThreadId());
-    EXPECT_EQ(-38, mQueue.QueueMsg(&a, 0));
+    EXPECT_EQ(-38, mQueue.QueueMsg(Named("a"), 0));
+    // Another Stop() and a Start() wait for the first Stop().
     std::thread another(stop);
     Simulation::LetOthersRun();
     std::thread starter([this] {
-        EXPECT_EQ(0, mQueue.Start("anew", Thread::PRIORITY_MIN));
+        Start("anew");
         Note("started");
     });
     Simulation::LetOthersRun();
@@ -230,55 +226,33 @@ TEST_F(MsgQueueTest, StopFinishesTheRunningMessageAndDropsThePendingInOrder)
     for (std::thread* thread : {&stopper, &another, &starter}) {
         thread->join();
     }
-    Queue(c, 0);
+    Queue("c", 0);
     Simulation::LetOthersRun();
     Notes notes = TakeNotes();
-    std::sort(notes.end() - 4, notes.end() - 1);  // who goes on first is open
-    EXPECT_EQ((Notes{"running", "b dropped", "a dropped", "a dropped", "b dropped", "a dropped", "a dropped",
+    std::sort(notes.end() - 4, notes.end() - 1);  // the order of these is open
+    EXPECT_EQ((Notes{"parked", "b dropped", "a dropped", "a dropped", "b dropped", "a dropped", "a dropped",
                      "c dropped", "started", "stopped", "stopped", "c"}),
               notes);
-    EXPECT_EQ((LogLines{{ANDROID_LOG_ERROR, TAG, "QueueMsg: QueueMsg thread not start!"},
-                        {ANDROID_LOG_INFO, TAG, "Start: MsgProcessor queue is not stop, ignored!"}}),
-              log.Lines());
+    EXPECT_EQ((LogLines{REFUSED, StartIgnored("queue")}), mLog.Lines());
 }
 
 TEST_F(MsgQueueTest, CanBeDestroyedByItsOwnWorker)
 {
     auto* queue = new MsgQueue;
-    Recorder pending(*this, "pending");
-    Recorder destroyer(*this, "destroyer", [&] {
-        EXPECT_EQ(0, queue->QueueMsg(&pending, 0));
+    Named("destroyer")->body = [&] {
+        EXPECT_EQ(0, queue->QueueMsg(Named("pending"), 0));
         delete queue;
-    });
+    };
     ASSERT_EQ(0, queue->Start("doomed", Thread::PRIORITY_MIN));
-    EXPECT_EQ(0, queue->QueueMsg(&destroyer, 0));
-    pending.Wait();
-    destroyer.Wait();
+    EXPECT_EQ(0, queue->QueueMsg(Named("destroyer"), 0));
+    Named("pending")->Wait();
+    Named("destroyer")->Wait();
     EXPECT_EQ((Notes{"destroyer", "pending dropped"}), TakeNotes());
-}
-
-TEST_F(MsgQueueTest, SleepsThroughDelaysBeyondReach)
-{
-    constexpr uint64_t YEARS_200_NS = 200 * 365 * 24 * HOUR_NS;
-    StartQueue();
-    Recorder far(*this, "far");
-    Recorder overflowing(*this, "overflowing");
-    Recorder tooFar(*this, "too far");
-    Queue(tooFar, (1ULL << 63) + HOUR_NS);
-    Simulation::LetOthersRun();
-    mQueue.RemoveMsg(&tooFar);
-    EXPECT_EQ(Notes{"too far dropped"}, TakeNotes());
-    Queue(far, YEARS_200_NS);
-    Queue(overflowing, UINT64_MAX - 5);  // due at once
-    const int waits = Simulation::Waits();
-    far.Wait();
-    EXPECT_EQ(waits + 4, Simulation::Waits());  // ours, two for the delay, one for the next message
-    EXPECT_EQ((Notes{"overflowing", "far @" + std::to_string(YEARS_200_NS)}), TakeNotes());
 }
 
 namespace {
 
-// Counts what becomes of it, and notes how late it ran, and whether behind what was due before.
+// Counts its ends, and notes how late it runs and whether it runs after all that was due before.
 struct Message : MsgHandlerBase {
     static int64_t NowNs() { return std::chrono::steady_clock::now().time_since_epoch().count(); }
     void HandleMsg(int32_t&) override
@@ -287,29 +261,15 @@ struct Message : MsgHandlerBase {
         isInOrder = *lastDue < std::pair(dueNs, number);
         *lastDue = std::pair(dueNs, number);
         NotifyFinished();
-        if (follower != nullptr && follower->Queue(*queue, static_cast<uint64_t>(number % 2)) && number % 3 == 0) {
-            queue->RemoveMsg(follower);
-        }
     }
     void NotifyFinished() override
     {
         ++ends;
         MsgHandlerBase::NotifyFinished();
     }
-    bool Queue(MsgQueue& to, uint64_t delayNs)
-    {
-        static std::atomic<int> queued{0};
-        queue = &to;
-        number = ++queued;
-        dueNs = NowNs() + static_cast<int64_t>(delayNs);
-        isAccepted = to.QueueMsg(this, delayNs) == 0;
-        return isAccepted;
-    }
 
-    std::pair<int64_t, int>* lastDue = nullptr;  // of its producer's messages; for the worker alone
-    Message* follower = nullptr;  // queued, and perhaps removed, by this one
-    MsgQueue* queue = nullptr;
-    int number = 0;
+    std::pair<int64_t, int>* lastDue;  // among the messages of its producer; used only by the worker
+    int number;
     int64_t dueNs = 0;
     bool isAccepted = false;
     int64_t latenessNs = 0;
@@ -326,18 +286,18 @@ std::array<std::list<Message>, 2> UseFromManySides(unsigned int seed, uint64_t u
     MsgQueue queue;
     EXPECT_EQ(0, queue.Start("queue", Thread::PRIORITY_MIN));
     std::array<std::list<Message>, 2> messages;
-    std::array<std::pair<int64_t, int>, 4> lastDue;
+    std::array<std::pair<int64_t, int>, 2> lastDue;
     const auto produce = [&](size_t lane) {
         std::mt19937 random(seed * 10 + static_cast<unsigned int>(lane));
         for (int i = 0; i < 20; ++i) {
+            constexpr std::array<uint64_t, 4> DELAYS{0, 0, 5, 20};
+            const uint64_t delayNs = DELAYS[random() % 4] * unitNs;
             Message& message = messages[lane].emplace_back();
             message.lastDue = &lastDue[lane];
+            message.number = i;
+            message.dueNs = Message::NowNs() + static_cast<int64_t>(delayNs);
+            message.isAccepted = queue.QueueMsg(&message, delayNs) == 0;
             if (random() % 4 == 0) {
-                message.follower = &messages[lane].emplace_back();
-                message.follower->lastDue = &lastDue[2 + lane];
-            }
-            constexpr std::array<uint64_t, 4> DELAYS{0, 0, 5, 20};
-            if (message.Queue(queue, DELAYS[random() % 4] * unitNs) && random() % 4 == 0) {
                 queue.RemoveMsg(&message);
             } else if (message.isAccepted && random() % 4 == 0) {
                 message.Wait();
@@ -379,7 +339,7 @@ TEST(MsgQueueSchedules, ConserveEachMessageAndRunItInTime)
     });
 }
 
-// On the system's own clock and scheduler.
+// With the clock and the scheduler of the system.
 TEST(MsgQueueLoad, LosesNoMessageAndRunsNoneEarly)
 {
     for (unsigned int seed = 1; seed <= 100; ++seed) {
@@ -392,7 +352,7 @@ TEST(MsgQueueLoad, LosesNoMessageAndRunsNoneEarly)
     }
 }
 
-TEST(MsgHandlerTest, FinishesOnceForAllWaiters)
+TEST(MsgHandlerSchedules, FinishOnceForAllWaiters)
 {
     struct Handler : MsgHandlerBase {
         void HandleMsg(int32_t&) override {}

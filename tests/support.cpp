@@ -2,7 +2,7 @@
 
 #include <cstdarg>
 #include <cstdio>
-#include <dirent.h>
+#include <filesystem>
 #include <fstream>
 
 thread_local bool isLogging = false;
@@ -14,7 +14,7 @@ LogLines logLines;
 
 }  // namespace
 
-// Takes the place of the library's own, which the library reaches through the dynamic symbol.
+// Replaces the function of the library, which the library calls through the dynamic symbol.
 extern "C" int __android_log_print(int prio, const char* tag, const char* fmt, ...)
 {
     char text[1024];
@@ -70,11 +70,5 @@ std::string KernelThreadName(int tid)
 
 size_t OpenDescriptors()
 {
-    size_t count = 0;
-    DIR* directory = opendir("/proc/self/fd");
-    while (readdir(directory) != nullptr) {
-        ++count;
-    }
-    closedir(directory);
-    return count;
+    return static_cast<size_t>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
 }

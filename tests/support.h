@@ -29,10 +29,10 @@ struct LogLine {
 
 using LogLines = std::vector<LogLine>;
 
-// Set while this thread notes a line: its allocations are not the library's.
+// True while this thread records a log line: these allocations are not made by the library.
 extern thread_local bool isLogging;
 
-// The log lines since construction, those of other threads included.
+// The log lines of all threads since construction.
 class LogCapture {
 public:
     LogCapture();
@@ -40,7 +40,7 @@ public:
     LogLines Lines(const char* tag = nullptr) const;
 };
 
-// Set once, waited for by any number of threads of a simulation, which ends a wait for nothing.
+// Set once; any number of threads of a simulation may wait for it.
 class Event {
 public:
     void Set();
@@ -52,7 +52,7 @@ private:
     bool mSet = false;
 };
 
-// The name that the kernel has for a thread of this process.
+// The kernel's name of a thread of this process.
 std::string KernelThreadName(int tid);
 
 // How many files this process has open.

@@ -1,8 +1,9 @@
-// Built without the thread sanitizer, which must not see how threads hand on their turn: what the library itself
-// does not order would look ordered. So nothing here is shared with other sources but through the calls.
+// Built without the thread sanitizer, which must not see how threads pass the turn: it would take the order of the
+// simulation for an order that the library makes. So other sources share nothing with this one except the calls.
 
 #include "system.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
@@ -15,25 +16,15 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+// The definition of a function that is replaced below.
+#define REAL(function) reinterpret_cast<decltype(&(function))>(dlsym(RTLD_NEXT, #function))
+
 namespace {
-
-// The next definition of a function that is defined below.
-template <auto* FUNCTION>
-auto* Real(const char* name)
-{
-    static decltype(FUNCTION) real = nullptr;
-    if (__atomic_load_n(&real, __ATOMIC_RELAXED) == nullptr) {
-        __atomic_store_n(&real, reinterpret_cast<decltype(FUNCTION)>(dlsym(RTLD_NEXT, name)), __ATOMIC_RELAXED);
-    }
-    return real;
-}
-
-#define REAL(function) Real<&function>(#function)
 
 const char* failingCall = nullptr;
 int failure = 0;
 
-// The failure of `call`, 0 if it is to succeed.
+// The error of `call`, or 0 if the call is to succeed.
 int FailureOf(const char* call) { return failingCall != nullptr && strcmp(call, failingCall) == 0 ? failure : 0; }
 
 int Failed(int error)
@@ -42,15 +33,16 @@ int Failed(int error)
     return -1;
 }
 
-constexpr int MAX_THREADS = 64;
+constexpr int MAX_THREADS = 16;
 constexpr uint64_t START_NS = 1'000'000'000'000'000;
 constexpr uint64_t NEVER = UINT64_MAX;
 
+enum State { FREE, RUNNABLE, YIELDING, AT_LOCK, AT_CONDITION, AT_JOIN, ENDED };
+
 struct SimulatedThread {
-    enum State { FREE, RUNNABLE, YIELDING, AT_LOCK, AT_CONDITION, AT_JOIN, ENDED } state;
-    const void* object;  // the lock, condition or thread that is waited for
+    State state;
+    const void* object;  // the lock, condition or thread that the thread waits for
     uint64_t deadlineNs;
-    bool isTimedOut;
     bool isDetached;
     pthread_t handle;
     uint32_t hasTurn;
@@ -58,7 +50,7 @@ struct SimulatedThread {
     void* arg;
 };
 
-// Touched by the thread that has the turn alone.
+// Used only by the thread that has the turn.
 SimulatedThread threads[MAX_THREADS];
 uint64_t nowNs = 0;
 int64_t wallOffsetNs = 0;
@@ -68,7 +60,7 @@ int waits = 0;
 Simulation::Scheduling lastScheduling{};
 pthread_key_t endKey;
 
-// The calling thread's number, -1 outside of a simulation.
+// The number of the calling thread, -1 outside a simulation.
 thread_local int self = -1;
 
 unsigned int Random(unsigned int limit)
@@ -80,125 +72,100 @@ unsigned int Random(unsigned int limit)
 void GiveTurn(int thread)
 {
     __atomic_store_n(&threads[thread].hasTurn, 1U, __ATOMIC_RELEASE);
-    REAL(syscall)(SYS_futex, &threads[thread].hasTurn, FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr, 0);
-}
-
-// Ends the program where each thread waits, which a debugger shows.
-[[noreturn]] void ReportAndEnd()
-{
-    constexpr const char* NAMES[] = {"", "", "", "a lock", "a condition", "the end of another thread"};
-    fprintf(stderr, "simulation, seed %u: nothing is left to end a wait\n", firstSeed);
-    for (const SimulatedThread& thread : threads) {
-        if (thread.state != SimulatedThread::FREE && thread.state != SimulatedThread::ENDED) {
-            fprintf(stderr, "thread %d waits for %s, %p\n", static_cast<int>(&thread - threads),
-                    NAMES[thread.state], thread.object);
-        }
-    }
-    abort();
+    syscall(SYS_futex, &threads[thread].hasTurn, FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr, 0);
 }
 
 void TakeTurn(int thread)
 {
     const int callerErrno = errno;
     while (__atomic_load_n(&threads[thread].hasTurn, __ATOMIC_ACQUIRE) == 0) {
-        REAL(syscall)(SYS_futex, &threads[thread].hasTurn, FUTEX_WAIT_PRIVATE, 0, nullptr, nullptr, 0);
+        syscall(SYS_futex, &threads[thread].hasTurn, FUTEX_WAIT_PRIVATE, 0, nullptr, nullptr, 0);
     }
     threads[thread].hasTurn = 0;
     errno = callerErrno;
 }
 
-void Wake(SimulatedThread& thread, bool isTimedOut)
+// Ends the program while each thread is where it waits, so that a debugger shows it.
+[[noreturn]] void ReportAndEnd()
 {
-    thread.state = SimulatedThread::RUNNABLE;
-    thread.isTimedOut = isTimedOut;
+    constexpr const char* NAMES[] = {"", "", "", "a lock", "a condition", "the end of another thread"};
+    fprintf(stderr, "simulation, seed %u: no thread can run, and nothing can end a wait\n", firstSeed);
+    for (int i = 0; i < MAX_THREADS; ++i) {
+        if (threads[i].state > YIELDING && threads[i].state < ENDED) {
+            fprintf(stderr, "thread %d waits for %s, %p\n", i, NAMES[threads[i].state], threads[i].object);
+        }
+    }
+    abort();
+}
+
+void Wake(SimulatedThread& thread)
+{
+    thread.state = RUNNABLE;
     thread.deadlineNs = NEVER;
 }
 
-// Wakes those whose deadline is `timeNs` or before.
-void WakeDue(uint64_t timeNs)
-{
-    for (SimulatedThread& thread : threads) {
-        if (thread.deadlineNs <= timeNs && thread.deadlineNs != NEVER) {
-            nowNs = thread.deadlineNs > nowNs ? thread.deadlineNs : nowNs;
-            Wake(thread, true);
-        }
-    }
-}
-
-uint64_t EarliestDeadlineNs()
-{
-    uint64_t earliestNs = NEVER;
-    for (const SimulatedThread& thread : threads) {
-        earliestNs = thread.deadlineNs < earliestNs ? thread.deadlineNs : earliestNs;
-    }
-    return earliestNs;
-}
-
-// One of the threads in `state`, -1 if there is none.
-int ChooseAmong(int state)
+// One of the threads in `state`, preferably the caller or the next one; -1 if there is none.
+int ChooseAmong(State state)
 {
     int found[MAX_THREADS];
     unsigned int count = 0;
-    const int first = threads[self].state == SimulatedThread::RUNNABLE ? self : self + 1;
-    for (int i = 0; i < MAX_THREADS; ++i) {
-        const int candidate = (first + i) % MAX_THREADS;
-        if (threads[candidate].state == state) {
-            found[count++] = candidate;
+    const int first = threads[self].state == RUNNABLE ? self : self + 1;
+    for (int i = first; i < first + MAX_THREADS; ++i) {
+        if (threads[i % MAX_THREADS].state == state) {
+            found[count++] = i % MAX_THREADS;
         }
     }
     return count == 0 ? -1 : found[randomState != 0 ? Random(count) : 0];
 }
 
-// Chooses who runs next.
+// The thread that runs next. If none can run, time passes.
 int Choose()
 {
-    WakeDue(nowNs);
-    if (randomState != 0 && firstSeed % 2 == 0 && Random(16) == 0) {  // a wake-up for no reason
-        const int sleeper = ChooseAmong(SimulatedThread::AT_CONDITION);
-        if (sleeper != -1) {
-            Wake(threads[sleeper], false);
+    for (;;) {
+        uint64_t earliestNs = NEVER;
+        for (SimulatedThread& thread : threads) {
+            // Even seeds bring wake-ups without a reason.
+            const bool isWoken =
+                thread.state == AT_CONDITION && firstSeed > 0 && firstSeed % 2 == 0 && Random(64) == 0;
+            if (isWoken || thread.deadlineNs <= nowNs) {
+                Wake(thread);
+            }
+            earliestNs = std::min(earliestNs, thread.deadlineNs);
         }
+        const int runnable = ChooseAmong(RUNNABLE);
+        const int next = runnable != -1 ? runnable : ChooseAmong(YIELDING);
+        if (next != -1) {
+            return next;
+        }
+        if (earliestNs == NEVER) {
+            ReportAndEnd();
+        }
+        nowNs = earliestNs;
     }
-    int next = ChooseAmong(SimulatedThread::RUNNABLE);
-    if (next == -1) {
-        next = ChooseAmong(SimulatedThread::YIELDING);
-    }
-    if (next == -1) {
-        WakeDue(EarliestDeadlineNs());
-        next = ChooseAmong(SimulatedThread::RUNNABLE);
-    }
-    if (next == -1) {
-        ReportAndEnd();
-    }
-    return next;
 }
 
-void Switch()
+// Lets another thread run if it is its turn; always, if the caller waits.
+void Switch(State state = RUNNABLE, const void* object = nullptr)
 {
+    const int thread = self;
+    threads[thread].state = state;
+    threads[thread].object = object;
     const int next = Choose();
-    if (next != self) {
-        const int thread = self;
+    if (next != thread) {
         GiveTurn(next);
         TakeTurn(thread);
     }
-    threads[self].state = SimulatedThread::RUNNABLE;
+    threads[thread].state = RUNNABLE;
 }
 
-void WaitFor(SimulatedThread::State state, const void* object)
-{
-    threads[self].state = state;
-    threads[self].object = object;
-    Switch();
-}
-
-// Wakes one, or all, of those that wait for `object`.
-void WakeAt(int state, const void* object, bool all)
+// Wakes one, or all, of the threads that wait for `object`.
+void WakeAt(State state, const void* object, bool all)
 {
     const unsigned int start = randomState != 0 ? Random(MAX_THREADS) : 0;
-    for (unsigned int i = 0; i < MAX_THREADS; ++i) {
-        SimulatedThread& thread = threads[(start + i) % MAX_THREADS];
+    for (unsigned int i = start; i < start + MAX_THREADS; ++i) {
+        SimulatedThread& thread = threads[i % MAX_THREADS];
         if (thread.state == state && thread.object == object) {
-            Wake(thread, false);
+            Wake(thread);
             if (!all) {
                 return;
             }
@@ -210,7 +177,7 @@ int Lock(pthread_mutex_t* mutex)
 {
     int result = 0;
     while ((result = pthread_mutex_trylock(mutex)) == EBUSY) {
-        WaitFor(SimulatedThread::AT_LOCK, mutex);
+        Switch(AT_LOCK, mutex);
     }
     return result;
 }
@@ -218,31 +185,30 @@ int Lock(pthread_mutex_t* mutex)
 int Unlock(pthread_mutex_t* mutex)
 {
     const int result = REAL(pthread_mutex_unlock)(mutex);
-    WakeAt(SimulatedThread::AT_LOCK, mutex, true);
+    WakeAt(AT_LOCK, mutex, true);
     return result;
 }
 
 int WaitForCondition(pthread_cond_t* cond, pthread_mutex_t* mutex, uint64_t deadlineNs)
 {
+    Switch();  // a notification without the lock comes too early here and is lost
     ++waits;
     threads[self].deadlineNs = deadlineNs;
-    threads[self].isTimedOut = false;
     Unlock(mutex);
-    WaitFor(SimulatedThread::AT_CONDITION, cond);
-    const bool isTimedOut = threads[self].isTimedOut;
+    Switch(AT_CONDITION, cond);
     Lock(mutex);
-    return isTimedOut ? ETIMEDOUT : 0;
+    return nowNs < deadlineNs ? 0 : ETIMEDOUT;
 }
 
 int Notify(pthread_cond_t* cond, bool all)
 {
     Switch();
-    static_cast<void>(*reinterpret_cast<volatile char*>(cond));  // for the address sanitizer: it has to be alive
-    WakeAt(SimulatedThread::AT_CONDITION, cond, all);
+    static_cast<void>(*reinterpret_cast<volatile char*>(cond));  // the address sanitizer sees a destroyed one
+    WakeAt(AT_CONDITION, cond, all);
     return 0;
 }
 
-// A deadline that lies before the start of time is one that has come.
+// A deadline before the start of time has passed.
 uint64_t DeadlineNs(const timespec* time, clockid_t clock)
 {
     const int64_t ns = time->tv_sec * 1'000'000'000 + time->tv_nsec - (clock == CLOCK_REALTIME ? wallOffsetNs : 0);
@@ -254,7 +220,7 @@ int Sleep(const timespec* duration)
     const uint64_t deadlineNs = nowNs + DeadlineNs(duration, CLOCK_MONOTONIC);
     while (nowNs < deadlineNs) {
         threads[self].deadlineNs = deadlineNs;
-        WaitFor(SimulatedThread::AT_CONDITION, nullptr);
+        Switch(AT_CONDITION);
     }
     return 0;
 }
@@ -262,19 +228,19 @@ int Sleep(const timespec* duration)
 SimulatedThread* FindThread(pthread_t handle)
 {
     for (SimulatedThread& thread : threads) {
-        if (self != -1 && thread.state != SimulatedThread::FREE && pthread_equal(thread.handle, handle) != 0) {
+        if (self != -1 && thread.state != FREE && pthread_equal(thread.handle, handle) != 0) {
             return &thread;
         }
     }
     return nullptr;
 }
 
-// Behind the destructors of the thread's own objects.
+// After the destructors of the thread's own objects.
 void EndThread(void* /*unused*/)
 {
     SimulatedThread& thread = threads[self];
-    thread.state = thread.isDetached ? SimulatedThread::FREE : SimulatedThread::ENDED;
-    WakeAt(SimulatedThread::AT_JOIN, &thread, true);
+    thread.state = thread.isDetached ? FREE : ENDED;
+    WakeAt(AT_JOIN, &thread, true);
     const int next = Choose();
     self = -1;
     GiveTurn(next);
@@ -304,11 +270,10 @@ Simulation::Simulation(unsigned int seed)
         abort();
     }
     for (SimulatedThread& thread : threads) {
-        thread.state = SimulatedThread::FREE;
+        thread = {};
         thread.deadlineNs = NEVER;
     }
-    threads[0].state = SimulatedThread::RUNNABLE;
-    threads[0].handle = pthread_self();
+    threads[0].state = RUNNABLE;
     nowNs = START_NS;
     wallOffsetNs = static_cast<int64_t>(START_NS);
     firstSeed = seed;
@@ -321,7 +286,7 @@ Simulation::~Simulation()
 {
     LetOthersRun();
     for (int i = 1; i < MAX_THREADS; ++i) {
-        if (threads[i].state != SimulatedThread::FREE) {
+        if (threads[i].state != FREE) {
             fprintf(stderr, "simulation, seed %u: a thread is left at the end\n", firstSeed);
             abort();
         }
@@ -331,7 +296,7 @@ Simulation::~Simulation()
 
 uint64_t Simulation::NowNs() { return nowNs; }
 
-void Simulation::LetOthersRun() { WaitFor(SimulatedThread::YIELDING, nullptr); }
+void Simulation::LetOthersRun() { Switch(YIELDING); }
 
 void Simulation::MoveWallClock(int64_t byNs) { wallOffsetNs += byNs; }
 
@@ -339,17 +304,9 @@ int Simulation::Waits() { return waits; }
 
 Simulation::Scheduling Simulation::LastScheduling() { return lastScheduling; }
 
-// What the simulation does in the place of a call of one of its threads.
+// A call that the simulation replaces for its threads.
 #define SIMULATE(function, parameters, arguments, simulated) \
     int function parameters { return self == -1 ? REAL(function) arguments : (simulated); }
-
-// What a failing call answers.
-#define MAY_FAIL(function, parameters, arguments, failed)        \
-    int function parameters noexcept                             \
-    {                                                            \
-        const int error = FailureOf(#function);                  \
-        return error != 0 ? (failed) : REAL(function) arguments; \
-    }
 
 extern "C" {
 
@@ -364,19 +321,16 @@ SIMULATE(pthread_cond_clockwait, (pthread_cond_t* cond, pthread_mutex_t* mutex, 
 SIMULATE(nanosleep, (const timespec* duration, timespec* rest), (duration, rest), Sleep(duration))
 SIMULATE(pthread_cond_signal, (pthread_cond_t* cond) noexcept, (cond), Notify(cond, false))
 SIMULATE(pthread_cond_broadcast, (pthread_cond_t* cond) noexcept, (cond), Notify(cond, true))
-
-MAY_FAIL(ftruncate, (int fd, off_t size), (fd, size), Failed(error))
-MAY_FAIL(fstat, (int fd, struct stat* status), (fd, status), Failed(error))
-MAY_FAIL(pthread_getschedparam, (pthread_t thread, int* policy, sched_param* param), (thread, policy, param), error)
 // clang-format on
 
-int pthread_setschedparam(pthread_t thread, int policy, const sched_param* param) noexcept
+int clock_gettime(clockid_t clock, timespec* time) noexcept
 {
-    if (const int error = FailureOf("pthread_setschedparam"); error != 0) {
-        return error;
+    if (self == -1 || (clock != CLOCK_MONOTONIC && clock != CLOCK_REALTIME)) {
+        return REAL(clock_gettime)(clock, time);
     }
-    lastScheduling = {thread, policy, param->sched_priority};
-    return self != -1 ? 0 : REAL(pthread_setschedparam)(thread, policy, param);
+    const uint64_t ns = nowNs + static_cast<uint64_t>(clock == CLOCK_REALTIME ? wallOffsetNs : 0);
+    *time = {static_cast<time_t>(ns / 1'000'000'000), static_cast<long>(ns % 1'000'000'000)};
+    return 0;
 }
 
 int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*body)(void*), void* arg) noexcept
@@ -387,18 +341,15 @@ int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*
     if (self == -1) {
         return REAL(pthread_create)(thread, attributes, body, arg);
     }
-    SimulatedThread* created = threads;
-    while (created->state != SimulatedThread::FREE) {
+    SimulatedThread* created = threads + 1;
+    while (created->state != FREE) {
         ++created;
     }
-    created->body = body;
-    created->arg = arg;
-    created->hasTurn = 0;
-    created->isDetached = false;
+    *created = {FREE, nullptr, NEVER, false, {}, 0, body, arg};
     const int result = REAL(pthread_create)(thread, attributes, RunThread, created);
     if (result == 0) {
         created->handle = *thread;
-        created->state = SimulatedThread::RUNNABLE;
+        created->state = RUNNABLE;
         Switch();
     }
     return result;
@@ -407,10 +358,10 @@ int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*
 int pthread_join(pthread_t handle, void** result)
 {
     if (SimulatedThread* thread = FindThread(handle)) {
-        if (thread->state != SimulatedThread::ENDED) {
-            WaitFor(SimulatedThread::AT_JOIN, thread);
+        if (thread->state != ENDED) {
+            Switch(AT_JOIN, thread);
         }
-        thread->state = SimulatedThread::FREE;
+        thread->state = FREE;
     }
     return REAL(pthread_join)(handle, result);
 }
@@ -423,30 +374,23 @@ int pthread_detach(pthread_t handle) noexcept
     return REAL(pthread_detach)(handle);
 }
 
-int clock_gettime(clockid_t clock, timespec* time) noexcept
+int pthread_getschedparam(pthread_t thread, int* policy, sched_param* param) noexcept
 {
-    if (const int error = FailureOf("clock_gettime"); error != 0) {
-        return Failed(error);
-    }
-    if (self == -1 || (clock != CLOCK_MONOTONIC && clock != CLOCK_REALTIME)) {
-        return REAL(clock_gettime)(clock, time);
-    }
-    const uint64_t ns = nowNs + static_cast<uint64_t>(clock == CLOCK_REALTIME ? wallOffsetNs : 0);
-    time->tv_sec = static_cast<time_t>(ns / 1'000'000'000);
-    time->tv_nsec = static_cast<long>(ns % 1'000'000'000);
-    return 0;
+    const int error = FailureOf("pthread_getschedparam");
+    return error != 0 ? error : REAL(pthread_getschedparam)(thread, policy, param);
 }
 
-// Six arguments are read, however few there are; whatever the others hold, the system does not look at it.
-__attribute__((no_sanitize("address"))) long syscall(long number, ...) noexcept
+int pthread_setschedparam(pthread_t thread, int policy, const sched_param* param) noexcept
 {
-    va_list args;
-    va_start(args, number);
-    const long a = va_arg(args, long), b = va_arg(args, long), c = va_arg(args, long), d = va_arg(args, long),
-               e = va_arg(args, long), f = va_arg(args, long);
-    va_end(args);
-    const int error = number == SYS_memfd_create ? FailureOf("memfd_create") : 0;
-    return error != 0 ? Failed(error) : REAL(syscall)(number, a, b, c, d, e, f);
+    lastScheduling = {thread, policy, param->sched_priority};
+    const int error = FailureOf("pthread_setschedparam");
+    return error != 0 || self != -1 ? error : REAL(pthread_setschedparam)(thread, policy, param);
+}
+
+int fstat(int fd, struct stat* status) noexcept
+{
+    const int error = FailureOf("fstat");
+    return error != 0 ? Failed(error) : REAL(fstat)(fd, status);
 }
 
 int fcntl(int fd, int command, ...)
@@ -455,10 +399,7 @@ int fcntl(int fd, int command, ...)
     va_start(args, command);
     const long arg = va_arg(args, long);
     va_end(args);
-    const int error = FailureOf(command == F_ADD_SEALS   ? "fcntl add"
-                                : command == F_GET_SEALS ? "fcntl get"
-                                : command == F_DUPFD     ? "fcntl dup"
-                                                         : "");
+    const int error = command == F_ADD_SEALS ? FailureOf("fcntl") : 0;
     return error != 0 ? Failed(error) : REAL(fcntl)(fd, command, arg);
 }
 
