@@ -133,8 +133,12 @@ public:
     int32_t QueueMsg(IMsgHandler* handler, uint64_t delayNs);
 
     /// Drops all pending messages of `handler` and calls NotifyFinished() for each. Does not wait for a
-    /// HandleMsg() that is running. Holds the lock of the queue while it visits every pending message. Does
-    /// nothing for null.
+    /// HandleMsg() that is running. Does nothing for null.
+    ///
+    /// **Keep the queue of a real-time worker short if messages are removed from it**: RemoveMsg() visits every
+    /// pending message with the lock held, and the worker and all callers of the queue wait for this lock. On a
+    /// server processor this takes about 6 ns for each pending message if there are 1,000. It takes up to 160 ns
+    /// for each if there are 100,000 with due times in no order: 16 ms in all.
     void RemoveMsg(IMsgHandler* handler);
 
 private:
