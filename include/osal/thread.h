@@ -49,7 +49,8 @@ public:
     /// A priority for SCHED_FIFO, passed to the system unchanged. Every integer from 1 to 99 may be cast to it.
     ///
     /// Without the right to real-time scheduling, the worker logs an error and a warning and keeps the scheduling
-    /// of the thread that called Start(). Threads that Run() creates inherit the scheduling of the worker.
+    /// of the thread that called Start(). The timer slack of this worker is 1 ns: its waits are not prolonged to
+    /// save power. Threads that Run() creates inherit the scheduling and the timer slack of the worker.
     enum Priority : int {
         PRIORITY_MIN = 1,  ///< The lowest real-time priority, which is above all ordinary threads.
         PRIORITY_DEFAULT = 10,  ///< For workers without special needs.
