@@ -101,7 +101,8 @@ public:
         /// Returns a new item of META_TYPE_NONE whose deleter is Destroy(). `mValue` is not initialised.
         static std::shared_ptr<MetaItem> Create();
 
-        /// The deleter of every item: releases what the item owns, then the item. Not for callers.
+        /// The deleter of every item: releases what the item owns, then the item, whose memory is part of what
+        /// Create() allocated. Not for callers.
         static void Destroy(MetaItem* item);
 
         /// Called by Create() only.
