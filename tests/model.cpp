@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstring>
 #include <functional>
+#include <gtest/gtest.h>
 #include <map>
 #include <memory>
 #include <optional>
@@ -16,236 +17,147 @@
 #include <stdexcept>
 
 using namespace osal;
+using testing::PrintToString;
+using Meta = MediaMeta;
+using Param = MediaParam;
 
 namespace {
 
-// The bytes of a plain value, a text, a block, or the number of an object. None stands for a text or block that is
-// not there, and for the types that have no value.
+// --- Values
+
+// The bytes of a number, a structure, a string or a buffer; for an object, its place in OBJECTS as a digit. None
+// stands for a string or a buffer that is missing, and for types without a value.
 using Image = std::optional<std::string>;
 
-template <typename T>
-std::string ImageOf(const T& value)
-{
-    return {reinterpret_cast<const char*>(&value), sizeof(value)};
-}
+using BasePtr = std::shared_ptr<Meta::MetaBase>;
+
+struct Object : Meta::MetaBase, MediaRefBase {};
+
+const std::array OBJECTS{std::shared_ptr<Object>(), std::make_shared<Object>(), std::make_shared<Object>()};
 
 template <typename T>
-T ValueOf(const std::string& image)
+Image ImageOf(const T& value)
 {
-    T value{};
-    memcpy(&value, image.data(), std::min(image.size(), sizeof(value)));
-    return value;
+    return std::string(reinterpret_cast<const char*>(&value), sizeof(value));
 }
-
-// For people: what is not a number is written as it is, as far as it can be.
-std::string Show(const std::string& image)
-{
-    std::ostringstream out;
-    out << '"' << std::hex;
-    for (const char byte : image) {
-        byte >= ' ' && byte <= '~' ? out << byte : out << "\\x" << (byte & 0xFF);
-    }
-    out << '"';
-    return out.str();
-}
-std::string Show(const Image& image) { return image ? Show(*image) : "nothing"; }
-
 template <typename T>
-std::string Show(T number)
-{
-    return std::to_string(number);
-}
-std::string Show(const LogLines& lines)
-{
-    std::ostringstream out;
-    for (const LogLine& line : lines) {
-        out << "\n    " << line;
-    }
-    return out.str();
-}
-
-template <typename... Arguments>
-std::string Format(const char* format, Arguments... arguments)
-{
-    std::array<char, 512> text{};
-    snprintf(text.data(), text.size(), format, arguments...);
-    return text.data();
-}
-
-struct Object : MediaMeta::MetaBase, MediaRefBase {};
-
-const std::array<std::shared_ptr<Object>, 3> OBJECTS{nullptr, std::make_shared<Object>(),
-                                                     std::make_shared<Object>()};
-
-template <typename T>
-std::string ImageOf(const std::shared_ptr<T>& object)
+Image ImageOf(const std::shared_ptr<T>& object)
 {
     return std::to_string(std::find(OBJECTS.begin(), OBJECTS.end(), object) - OBJECTS.begin());
 }
-
-const std::shared_ptr<Object>& ObjectOf(const std::string& image)
+Image ImageOf(const char* string) { return string ? Image(string) : std::nullopt; }
+Image ImageOf(Meta::ByteBuffer b)
 {
-    return OBJECTS[static_cast<size_t>(image[0] - '0')];
+    return b.data ? Image({reinterpret_cast<char*>(b.data), b.size}) : std::nullopt;
 }
 
-// --- What is known of each type
+// Zero or null for none. Strings and buffers point into the image.
+template <typename T>
+T ValueOf(const Image& image)
+{
+    T value{};
+    if constexpr (std::is_same_v<T, const char*>) {
+        value = image ? image->c_str() : nullptr;
+    } else if constexpr (std::is_same_v<T, Meta::ByteBuffer>) {
+        value = image ? T{image->size(), reinterpret_cast<uint8_t*>(const_cast<char*>(image->data()))} : T{};
+    } else if constexpr (std::is_convertible_v<std::shared_ptr<Object>, T>) {
+        value = OBJECTS.at(std::stoul(*image));
+    } else if (image) {
+        memcpy(&value, image->data(), std::min(image->size(), sizeof(value)));
+    }
+    return value;
+}
 
-using Dump = std::function<std::string(const std::string& image)>;
+// For one value, what Dump() writes.
+template <typename... Values>
+std::string Format(const char* format, Values... values)
+{
+    std::array<char, 512> text{};
+    snprintf(text.data(), text.size(), format, values...);
+    return text.data();
+}
+std::string Format(const char* format, const char* s) { return Format<const char*>(format, s ? s : "(null)"); }
+std::string Format(const char* format, Meta::ByteBuffer b)
+{
+    return Format(format, b.data ? "0x" : "(nil)", b.size);
+}
+std::string Format(const char* format, Meta::Fraction f) { return Format(format, f.num, f.den); }
+std::string Format(const char* format, Meta::Rect r) { return Format(format, r.a, r.b, r.c, r.d); }
+std::string Format(const char* format, const BasePtr& object) { return Format<void*>(format, object.get()); }
+
+// --- What is known of each type
 
 struct Type {
     MetaType type;
     const char* name;
-    size_t sizeBytes;  // of a plain value
-    std::string parcel;  // the elements of its way: of '4' or '8' bytes, a float 'w'idened to 8, a 't'ext
-    Dump dump;  // none for the types that are neither merged nor dumped
-    // `apart` chooses the form with separate arguments where there is one.
-    std::function<bool(MediaMeta&, const char* key, const std::string& image, bool apart)> set;
-    // Makes `image` of the outputs, which begin as Untouched().
-    std::function<bool(const MediaMeta&, const char* key, Image& image, bool apart)> get;
+    Image zero;  // what an entry holds that came from a parcel without its value
+    size_t elements;  // in a parcel; 0 for types that are not carried
+    const char* format;  // of the dump; null for types that are neither merged nor dumped
+    std::function<std::string(const Image& image)> dump;
+    // `apart` chooses the form with separate arguments, if there is one.
+    std::function<bool(Meta&, const char* key, const Image& image, bool apart)> set;
+    // `image` is what the outputs hold before the call, and after it.
+    std::function<bool(const Meta&, const char* key, Image& image, bool apart)> get;
 };
 
-template <typename T, typename Get>
-bool GetPlain(Image& image, Get get)
+template <typename T, typename Argument>
+Type Row(MetaType type, const char* name, bool (Meta::*set)(const char*, Argument),
+         bool (Meta::*get)(const char*, T&) const, size_t elements = 0, const char* format = nullptr,
+         bool (*setApart)(Meta&, const char*, T) = nullptr,
+         bool (*getApart)(const Meta&, const char*, T&) = nullptr)
 {
-    T value{};
-    memset(&value, 0x55, sizeof(value));
-    const bool found = get(value);
-    image = ImageOf(value);
-    return found;
-}
-
-template <typename T>
-Type Number(MetaType type, const char* name, bool (MediaMeta::*setter)(const char*, T),
-            bool (MediaMeta::*getter)(const char*, T&) const, const char* parcel = "", Dump dump = {})
-{
-    return {type,
-            name,
-            sizeof(T),
-            parcel,
-            std::move(dump),
-            [=](MediaMeta& meta, const char* key, const std::string& image, bool /*apart*/) {
-                return (meta.*setter)(key, ValueOf<T>(image));
-            },
-            [=](const MediaMeta& meta, const char* key, Image& image, bool /*apart*/) {
-                return GetPlain<T>(image, [&](T& value) { return (meta.*getter)(key, value); });
-            }};
-}
-
-// One to four integers.
-Dump ShowsInts(const char* format)
-{
-    return [format](const std::string& image) {
-        const auto value = ValueOf<MediaMeta::Rect>(image);
-        return Format(format, value.a, value.b, value.c, value.d);
+    Type row{type, name, ImageOf(T{}), elements, format, {}, {}, {}};
+    row.dump = [=](const Image& image) { return Format(format, ValueOf<T>(image)); };
+    row.set = [=](Meta& meta, const char* key, const Image& image, bool apart) {
+        const T value = ValueOf<T>(image);
+        return apart && setApart ? setApart(meta, key, value) : (meta.*set)(key, value);
     };
+    row.get = [=](const Meta& meta, const char* key, Image& image, bool apart) {
+        T value = ValueOf<T>(image);
+        const bool found = apart && getApart ? getApart(meta, key, value) : (meta.*get)(key, value);
+        image = ImageOf(value);
+        return found;
+    };
+    return row;
 }
 
-template <typename T, typename Shown = T>
-Dump Shows(const char* format)
-{
-    return [format](const std::string& image) { return Format(format, static_cast<Shown>(ValueOf<T>(image))); };
-}
-
-// Whether a null stands for the text, which has no form with separate arguments.
-bool IsNullText(MetaType type, const std::string& image, bool apart)
-{
-    return type == META_TYPE_STRING && apart && image.size() < 3;
-}
-
-constexpr const char* UNTOUCHED = "untouched";
-
-using Meta = MediaMeta;
-
-const std::array<Type, 16> TYPES{
-    Number(META_TYPE_INT8, "int8", &Meta::SetInt8, &Meta::GetInt8),
-    Number(META_TYPE_INT16, "int16", &Meta::SetInt16, &Meta::GetInt16),
-    Number(META_TYPE_INT32, "int32", &Meta::SetInt32, &Meta::GetInt32, "4", ShowsInts("int32_t:%d")),
-    Number(META_TYPE_INT64, "int64", &Meta::SetInt64, &Meta::GetInt64, "8", Shows<int64_t>("int64_t:%ld")),
-    Number(META_TYPE_UINT8, "uint8", &Meta::SetUint8, &Meta::GetUint8),
-    Number(META_TYPE_UINT16, "uint16", &Meta::SetUint16, &Meta::GetUint16),
-    Number(META_TYPE_UINT32, "uint32", &Meta::SetUint32, &Meta::GetUint32),
-    Number(META_TYPE_UINT64, "uint64", &Meta::SetUint64, &Meta::GetUint64),
-    Number(META_TYPE_FLOAT, "float", &Meta::SetFloat, &Meta::GetFloat, "w", Shows<float, double>("float:%f")),
-    Number(META_TYPE_DOUBLE, "double", &Meta::SetDouble, &Meta::GetDouble, "8", Shows<double>("double:%f")),
-    Number(META_TYPE_POINTER, "pointer", &Meta::SetPointer, &Meta::GetPointer, "8", Shows<void*>("pointer:%p")),
-    Type{META_TYPE_STRING, "string", 0, "t", [](const std::string& image) { return "string:" + image; },
-         [](Meta& meta, const char* key, const std::string& image, bool apart) {
-             return meta.SetString(key, IsNullText(META_TYPE_STRING, image, apart) ? nullptr : image.c_str());
-         },
-         [](const Meta& meta, const char* key, Image& image, bool /*apart*/) {
-             const char* text = UNTOUCHED;
-             const bool found = meta.GetString(key, text);
-             image = text != nullptr ? Image(text) : std::nullopt;
-             return found;
-         }},
-    Type{META_TYPE_BYTE_BUFFER, "block", 0, "",
-         [](const std::string& image) { return Format("bytebuffer(ADDRESS, %zu)", image.size()); },
-         [](Meta& meta, const char* key, std::string image, bool apart) {
-             auto* data = reinterpret_cast<uint8_t*>(image.data());
-             return apart ? meta.SetByteBuffer(key, data, image.size())
-                          : meta.SetByteBuffer(key, Meta::ByteBuffer{image.size(), data});
-         },
-         [](const Meta& meta, const char* key, Image& image, bool apart) {
-             std::string untouched = UNTOUCHED;
-             Meta::ByteBuffer block{untouched.size(), reinterpret_cast<uint8_t*>(untouched.data())};
-             auto sizeBytes = static_cast<int32_t>(block.size);
-             const bool found =
-                 apart ? meta.GetByteBuffer(key, block.data, sizeBytes) : meta.GetByteBuffer(key, block);
-             const size_t size = apart ? static_cast<size_t>(sizeBytes) : block.size;
-             image = block.data != nullptr ? Image({reinterpret_cast<char*>(block.data), size}) : std::nullopt;
-             return found;
-         }},
-    Type{META_TYPE_FRACTION, "fraction", sizeof(Meta::Fraction), "44", ShowsInts("fraction:(%d/%d)"),
-         [](Meta& meta, const char* key, const std::string& image, bool apart) {
-             const auto value = ValueOf<Meta::Fraction>(image);
-             return apart ? meta.SetFraction(key, value.num, value.den) : meta.SetFraction(key, value);
-         },
-         [](const Meta& meta, const char* key, Image& image, bool apart) {
-             return GetPlain<Meta::Fraction>(image, [&](Meta::Fraction& value) {
-                 return apart ? meta.GetFraction(key, value.num, value.den) : meta.GetFraction(key, value);
-             });
-         }},
-    Type{META_TYPE_RECT, "rect", sizeof(Meta::Rect), "4444", ShowsInts("rect:(%d, %d, %d, %d)"),
-         [](Meta& meta, const char* key, const std::string& image, bool apart) {
-             const auto value = ValueOf<Meta::Rect>(image);
-             return apart ? meta.SetRect(key, value.a, value.b, value.c, value.d) : meta.SetRect(key, value);
-         },
-         [](const Meta& meta, const char* key, Image& image, bool apart) {
-             return GetPlain<Meta::Rect>(image, [&](Meta::Rect& value) {
-                 return apart ? meta.GetRect(key, value.a, value.b, value.c, value.d) : meta.GetRect(key, value);
-             });
-         }},
-    Type{META_TYPE_OBJECT, "object", 0, "",
-         [](const std::string& image) {
-             const MediaMeta::MetaBase* object = ObjectOf(image).get();
-             return Format("object:%p", static_cast<const void*>(object));
-         },
-         [](Meta& meta, const char* key, const std::string& image, bool /*apart*/) {
-             return meta.SetObject(key, ObjectOf(image));
-         },
-         [](const Meta& meta, const char* key, Image& image, bool /*apart*/) {
-             std::shared_ptr<Meta::MetaBase> object = OBJECTS[1];
-             const bool found = meta.GetObject(key, object);
-             image = ImageOf(object);
-             return found;
-         }},
+// In the order of MetaType.
+const std::array<Type, 17> TYPES{
+    Type{},  // META_TYPE_NONE
+    Row(META_TYPE_INT8, "int8", &Meta::SetInt8, &Meta::GetInt8),
+    Row(META_TYPE_INT16, "int16", &Meta::SetInt16, &Meta::GetInt16),
+    Row(META_TYPE_INT32, "int32", &Meta::SetInt32, &Meta::GetInt32, 1, "int32_t:%d"),
+    Row(META_TYPE_INT64, "int64", &Meta::SetInt64, &Meta::GetInt64, 1, "int64_t:%ld"),
+    Row(META_TYPE_UINT8, "uint8", &Meta::SetUint8, &Meta::GetUint8),
+    Row(META_TYPE_UINT16, "uint16", &Meta::SetUint16, &Meta::GetUint16),
+    Row(META_TYPE_UINT32, "uint32", &Meta::SetUint32, &Meta::GetUint32),
+    Row(META_TYPE_UINT64, "uint64", &Meta::SetUint64, &Meta::GetUint64),
+    Row(META_TYPE_FLOAT, "float", &Meta::SetFloat, &Meta::GetFloat, 1, "float:%f"),
+    Row(META_TYPE_DOUBLE, "double", &Meta::SetDouble, &Meta::GetDouble, 1, "double:%f"),
+    Row(META_TYPE_POINTER, "pointer", &Meta::SetPointer, &Meta::GetPointer, 1, "pointer:%p"),
+    Row(META_TYPE_STRING, "string", &Meta::SetString, &Meta::GetString, 1, "string:%s"),
+    Row<Meta::ByteBuffer, Meta::ByteBuffer>(
+        META_TYPE_BYTE_BUFFER, "ByteBuffer", &Meta::SetByteBuffer, &Meta::GetByteBuffer, 0, "bytebuffer(%s, %zu)",
+        [](auto& meta, auto key, auto value) { return meta.SetByteBuffer(key, value.data, value.size); },
+        [](auto& meta, auto key, auto& value) {
+            auto size = static_cast<int32_t>(value.size);
+            const bool found = meta.GetByteBuffer(key, value.data, size);
+            value.size = static_cast<size_t>(size);
+            return found;
+        }),
+    Row<Meta::Fraction, Meta::Fraction>(
+        META_TYPE_FRACTION, "fraction", &Meta::SetFraction, &Meta::GetFraction, 2, "fraction:(%d/%d)",
+        [](auto& meta, auto key, auto value) { return meta.SetFraction(key, value.num, value.den); },
+        [](auto& meta, auto key, auto& value) { return meta.GetFraction(key, value.num, value.den); }),
+    Row<Meta::Rect, Meta::Rect>(
+        META_TYPE_RECT, "rect", &Meta::SetRect, &Meta::GetRect, 4, "rect:(%d, %d, %d, %d)",
+        [](auto& meta, auto key, auto rect) { return meta.SetRect(key, rect.a, rect.b, rect.c, rect.d); },
+        [](auto& meta, auto key, auto& rect) { return meta.GetRect(key, rect.a, rect.b, rect.c, rect.d); }),
+    Row(META_TYPE_OBJECT, "Object", &Meta::SetObject, &Meta::GetObject, 0, "object:%p"),
 };
 
-// For a type that there is not, a row without anything.
-const Type& TypeOf(int32_t number)
-{
-    static const Type none{};
-    const auto found =
-        std::find_if(TYPES.begin(), TYPES.end(), [=](const Type& type) { return type.type == number; });
-    return found != TYPES.end() ? *found : none;
-}
-
-Image Untouched(const Type& type)
-{
-    return type.type == META_TYPE_OBJECT ? "1"
-           : type.sizeBytes > 0          ? std::string(type.sizeBytes, 0x55)
-                                         : UNTOUCHED;
-}
+// For an unknown type, the row without anything.
+const Type& TypeOf(int32_t type) { return TYPES[type > 0 && type < int32_t{TYPES.size()} ? type : 0]; }
 
 // --- The model
 
@@ -254,508 +166,443 @@ struct ModelItem {
     Image image;
 };
 
-using ModelMeta = std::map<std::string, std::shared_ptr<ModelItem>>;
+using ModelMeta = std::map<std::string, std::shared_ptr<ModelItem>>;  // copies share items
 
-struct ModelParcel {
-    std::string fixed;
-    size_t capacity = MEDIA_PARAM_CAPACITY;
-    size_t readPos = 0;
-    std::vector<std::string> strings;
-    size_t stringIndex = 0;
-    std::vector<std::string> refs;
-    size_t refIndex = 0;
+struct ModelSequence {
+    std::vector<Image> written;
+    size_t readCount = 0;
+
+    Image Read() { return readCount < written.size() ? written[readCount++] : std::nullopt; }
 };
 
-Image ReadNext(const std::vector<std::string>& texts, size_t& index)
+struct ModelParam {
+    size_t capacity = MEDIA_PARAM_CAPACITY;
+    std::string fixed;
+    size_t readPos = 0;
+    ModelSequence strings;
+    ModelSequence objects;
+};
+
+LogLines modelLog;
+
+void Error(const std::string& text, const char* tag = "MediaMeta")
 {
-    return index < texts.size() ? Image(texts[index++]) : std::nullopt;
+    modelLog.push_back({ANDROID_LOG_ERROR, tag, text});
 }
+void Debug(const std::string& text) { modelLog.push_back({ANDROID_LOG_DEBUG, "MediaMeta", text}); }
 
-class Model {
-public:
-    LogLines log;
-
-    void Error(const std::string& text, const char* tag = "MediaMeta")
-    {
-        log.push_back({ANDROID_LOG_ERROR, tag, text});
+bool Set(ModelMeta& meta, const char* key, int32_t type, const Image& image)
+{
+    const bool isMissing = !image || (type == META_TYPE_BYTE_BUFFER && image->empty());
+    if (type == META_TYPE_BYTE_BUFFER && (key == nullptr || isMissing)) {
+        Error(Format("name %s, data %s, size %zu", key ? "0x" : "(nil)", image ? "0x" : "(nil)",
+                     image ? image->size() : 0));
     }
-
-    void Debug(const std::string& text) { log.push_back({ANDROID_LOG_DEBUG, "MediaMeta", text}); }
-
-    bool Set(ModelMeta& meta, const char* key, int32_t type, const Image& image)
-    {
-        if (type == META_TYPE_BYTE_BUFFER && (key == nullptr || !image || image->empty())) {
-            Error(Format("name %s, data %s, size %zu", key != nullptr ? "ADDRESS" : "(nil)",
-                         image ? "ADDRESS" : "(nil)", image ? image->size() : 0));
-            return false;
-        }
-        if (key == nullptr || !image ||
-            (type == META_TYPE_FRACTION && ValueOf<MediaMeta::Fraction>(*image).den == 0)) {
-            return false;
-        }
-        auto& item = meta[key];
-        if (!item) {
-            item = std::make_shared<ModelItem>(ModelItem{type, image});
-            return true;
-        }
-        if (item->type != type) {
-            return false;
-        }
-        item->image = image;
-        return true;
-    }
-
-    std::optional<ModelMeta> Copy(const ModelMeta& meta)
-    {
-        ModelMeta copy;
-        for (const auto& [key, item] : meta) {
-            if (item->type != META_TYPE_STRING && item->type != META_TYPE_BYTE_BUFFER) {
-                copy[key] = item;
-            } else if (!Set(copy, key.c_str(), item->type, item->image)) {
-                Error("Copy: copy " + key + " failed");
-                return std::nullopt;
-            }
-        }
-        return copy;
-    }
-
-    bool Merge(ModelMeta& meta, const ModelMeta& other)
-    {
-        for (const auto& [key, item] : other) {
-            if (!TypeOf(item->type).dump) {
-                Error("Merge: Should not be here mType: " + std::to_string(item->type));
-            } else if (!Set(meta, key.c_str(), item->type, item->image)) {
-                Error("Merge: Merge " + key + " failed");
-                return false;
-            }
-        }
-        return true;
-    }
-
-    void Dump(const ModelMeta& meta)
-    {
-        Debug("######## MediaMeta dump debug");
-        for (const auto& [key, item] : meta) {
-            const Type& type = TypeOf(item->type);
-            const char* const none = item->type == META_TYPE_STRING ? "string:(null)" : "bytebuffer((nil), 0)";
-            if (item->type == META_TYPE_NONE) {
-                Debug("empty item");
-            } else if (!type.dump) {
-                Error("Dump: Unknown item: " + std::to_string(item->type));
-            } else {
-                Debug("(" + key + ", " + (item->image ? type.dump(*item->image) : none) + ")");
-            }
-        }
-    }
-
-    int32_t WriteFixed(ModelParcel& parcel, const std::string& image)
-    {
-        if (parcel.fixed.size() + image.size() > parcel.capacity) {
-            Error("WriteFixed failed: ERR_NO_MORE.", "MediaParam");
-            return ERR_NO_MORE;
-        }
-        parcel.fixed += image;
-        return 0;
-    }
-
-    Image ReadFixed(ModelParcel& parcel, size_t size)
-    {
-        if (parcel.fixed.size() - parcel.readPos < size) {
-            Error("ReadFixed failed: ERR_NO_MORE.", "MediaParam");
-            return std::nullopt;
-        }
-        parcel.readPos += size;
-        return parcel.fixed.substr(parcel.readPos - size, size);
-    }
-
-    // Zero where there is none.
-    template <typename T>
-    T Read(ModelParcel& parcel)
-    {
-        return ValueOf<T>(ReadFixed(parcel, sizeof(T)).value_or(""));
-    }
-
-    bool WriteMeta(const ModelMeta& meta, ModelParcel& parcel)
-    {
-        bool carried = true;
-        WriteFixed(parcel, ImageOf(static_cast<int32_t>(meta.size())));
-        for (const auto& [key, item] : meta) {
-            WriteFixed(parcel, ImageOf(item->type));
-            parcel.strings.push_back(key);
-            carried = CheckWay("Write", "WriteToMediaParam", item->type) && carried;
-            size_t position = 0;
-            for (const char element : TypeOf(item->type).parcel) {
-                if (element == 't') {
-                    parcel.strings.push_back(item->image.value_or(""));
-                } else if (element == 'w') {
-                    WriteFixed(parcel, ImageOf(static_cast<double>(ValueOf<float>(*item->image))));
-                } else {
-                    const auto size = static_cast<size_t>(element - '0');
-                    WriteFixed(parcel, item->image->substr(position, size));
-                    position += size;
-                }
-            }
-        }
-        return carried;
-    }
-
-    bool ReadMeta(ModelMeta& meta, ModelParcel& parcel)
-    {
-        bool complete = true;
-        const auto count = Read<int32_t>(parcel);
-        for (int32_t i = 0; i < count; ++i) {
-            const auto number = Read<int32_t>(parcel);
-            const Image key = ReadNext(parcel.strings, parcel.stringIndex);
-            if (!key) {
-                continue;
-            }
-            const Type& type = TypeOf(number);
-            complete = CheckWay("Read", "ReadFromMediaParam", number) && complete;
-            std::string image;
-            for (const char element : type.parcel) {
-                if (element == 'w') {
-                    image = ImageOf(static_cast<float>(Read<double>(parcel)));
-                } else if (element != 't') {
-                    const auto size = static_cast<size_t>(element - '0');
-                    image += ReadFixed(parcel, size).value_or(std::string(size, '\0'));
-                }
-            }
-            auto& item = meta[*key] = std::make_shared<ModelItem>(ModelItem{number, std::nullopt});
-            if (number == META_TYPE_STRING) {
-                item->image = ReadNext(parcel.strings, parcel.stringIndex);
-                complete = complete && item->image;
-            } else if (number == META_TYPE_OBJECT) {
-                item->image = "0";
-            } else if (type.sizeBytes > 0) {
-                image.resize(type.sizeBytes);
-                item->image = image;
-            }
-        }
-        return complete;
-    }
-
-    void CopyParcel(ModelParcel& parcel, const ModelParcel& other)
-    {
-        if (other.capacity == 0) {
-            Error("Copy:Copy failed, invalid size: 0.", "MediaParam");
-            parcel = ModelParcel();
-            parcel.capacity = 0;
-            return;
-        }
-        parcel = other;
-        parcel.readPos = parcel.stringIndex = parcel.refIndex = 0;
-    }
-
-private:
-    bool CheckWay(const std::string& way, const std::string& operation, int32_t number)
-    {
-        if (!TypeOf(number).parcel.empty()) {
-            return true;
-        }
-        if (number == META_TYPE_BYTE_BUFFER || number == META_TYPE_OBJECT) {
-            const char* const what = number == META_TYPE_OBJECT ? "Object" : "ByteBuffer";
-            Error("MediaParam doesn't support " + way + what + " method");
-        } else {
-            Error(operation + ": Should not be here mType: " + std::to_string(number));
-        }
+    if (key == nullptr || isMissing || (type == META_TYPE_FRACTION && ValueOf<Meta::Fraction>(image).den == 0)) {
         return false;
     }
-};
-
-// --- What a parcel carries
-
-struct Fixed {
-    const char* name;
-    size_t sizeBytes;
-    std::function<int32_t(MediaParam&, const std::string& image)> write;
-    // Into a place, or as the result: then it answers 0.
-    std::function<int32_t(const MediaParam&, std::string& image, bool isPlace)> read;
-};
-
-template <typename T, typename Written>
-Fixed FixedOf(const char* name, int32_t (MediaParam::*write)(Written), T (MediaParam::*read)() const,
-              int32_t (MediaParam::*readTo)(T*) const)
-{
-    return {name, sizeof(T),
-            [=](MediaParam& parcel, const std::string& image) { return (parcel.*write)(ValueOf<T>(image)); },
-            [=](const MediaParam& parcel, std::string& image, bool isPlace) {
-                T value = ValueOf<T>(image);
-                const int32_t result = isPlace ? (parcel.*readTo)(&value) : 0;
-                image = ImageOf(isPlace ? value : (parcel.*read)());
-                return result + (isPlace && (parcel.*readTo)(nullptr) != ERR_NO_MORE ? 100 : 0);
-            }};
+    const auto item = meta.try_emplace(key, std::make_shared<ModelItem>(ModelItem{type, image})).first->second;
+    const bool isSameType = item->type == type;
+    item->image = isSameType ? image : item->image;
+    return isSameType;
 }
 
-using Param = MediaParam;
+std::optional<ModelMeta> Copy(const ModelMeta& meta)
+{
+    ModelMeta copy;
+    for (const auto& [key, item] : meta) {
+        if (item->type != META_TYPE_STRING && item->type != META_TYPE_BYTE_BUFFER) {
+            copy[key] = item;
+        } else if (!Set(copy, key.c_str(), item->type, item->image)) {
+            Error("Copy: copy " + key + " failed");
+            return std::nullopt;
+        }
+    }
+    return copy;
+}
 
-const std::array<Fixed, 5> FIXED{
-    FixedOf<int32_t>("int32", &Param::WriteInt32, &Param::ReadInt32, &Param::ReadInt32),
-    FixedOf<int64_t>("int64", &Param::WriteInt64, &Param::ReadInt64, &Param::ReadInt64),
-    FixedOf<float>("float", &Param::WriteFloat, &Param::ReadFloat, &Param::ReadFloat),
-    FixedOf<double>("double", &Param::WriteDouble, &Param::ReadDouble, &Param::ReadDouble),
-    FixedOf<uint8_t*>("pointer", &Param::WriteRawPointer, &Param::ReadRawPointer, &Param::ReadRawPointer)};
+bool Merge(ModelMeta& meta, const ModelMeta& other)
+{
+    for (const auto& [key, item] : other) {
+        if (!TypeOf(item->type).format) {
+            Error("Merge: Should not be here mType: " + std::to_string(item->type));
+        } else if (!Set(meta, key.c_str(), item->type, item->image)) {
+            Error("Merge: Merge " + key + " failed");
+            return false;
+        }
+    }
+    return true;
+}
+
+void Dump(const ModelMeta& meta)
+{
+    Debug("######## MediaMeta dump debug");
+    for (const auto& [key, item] : meta) {
+        const Type& type = TypeOf(item->type);
+        if (item->type == META_TYPE_NONE) {
+            Debug("empty item");
+        } else if (!type.format) {
+            Error("Dump: Unknown item: " + std::to_string(item->type));
+        } else {
+            Debug("(" + key + ", " + type.dump(item->image) + ")");
+        }
+    }
+}
+
+int32_t WriteFixed(ModelParam& param, const Image& image)
+{
+    if (param.fixed.size() + image->size() > param.capacity) {
+        Error("WriteFixed failed: ERR_NO_MORE.", "MediaParam");
+        return ERR_NO_MORE;
+    }
+    param.fixed += *image;
+    return 0;
+}
+
+Image ReadFixed(ModelParam& param, size_t sizeBytes)
+{
+    if (param.fixed.size() - param.readPos < sizeBytes) {
+        Error("ReadFixed failed: ERR_NO_MORE.", "MediaParam");
+        return std::nullopt;
+    }
+    param.readPos += sizeBytes;
+    return param.fixed.substr(param.readPos - sizeBytes, sizeBytes);
+}
+
+bool CheckCarried(const std::string& verb, const std::string& operation, int32_t type)
+{
+    const Type& row = TypeOf(type);
+    if (row.elements == 0) {
+        const bool isOwner = type == META_TYPE_BYTE_BUFFER || type == META_TYPE_OBJECT;
+        Error(isOwner ? "MediaParam doesn't support " + verb + row.name + " method"
+                      : operation + ": Should not be here mType: " + std::to_string(type));
+    }
+    return row.elements > 0;
+}
+
+bool WriteMeta(const ModelMeta& meta, ModelParam& param)
+{
+    bool isCarried = true;
+    WriteFixed(param, ImageOf(static_cast<int32_t>(meta.size())));
+    for (const auto& [key, item] : meta) {
+        WriteFixed(param, ImageOf(item->type));
+        param.strings.written.push_back(key);
+        isCarried = CheckCarried("Write", "WriteToMediaParam", item->type) && isCarried;
+        const Type& type = TypeOf(item->type);
+        if (type.type == META_TYPE_STRING) {
+            param.strings.written.push_back(item->image.value_or(""));
+        } else if (type.type == META_TYPE_FLOAT) {
+            WriteFixed(param, ImageOf(double{ValueOf<float>(item->image)}));
+        } else {
+            for (size_t i = 0; i < type.elements; ++i) {
+                const size_t sizeBytes = type.zero->size() / type.elements;
+                WriteFixed(param, item->image->substr(i * sizeBytes, sizeBytes));
+            }
+        }
+    }
+    return isCarried;
+}
+
+Image ReadEntry(ModelParam& param, const Type& type)
+{
+    if (type.type == META_TYPE_STRING) {
+        return param.strings.Read();
+    }
+    if (type.type == META_TYPE_FLOAT) {
+        return ImageOf(static_cast<float>(ValueOf<double>(ReadFixed(param, sizeof(double)))));
+    }
+    Image image = type.zero;
+    for (size_t i = 0; i < type.elements; ++i) {
+        const size_t sizeBytes = type.zero->size() / type.elements;
+        if (const Image element = ReadFixed(param, sizeBytes)) {
+            image->replace(i * sizeBytes, sizeBytes, *element);
+        }
+    }
+    return image;
+}
+
+bool ReadMeta(ModelMeta& meta, ModelParam& param)
+{
+    bool isComplete = true;
+    const auto count = ValueOf<int32_t>(ReadFixed(param, sizeof(int32_t)));
+    for (int32_t i = 0; i < count; ++i) {
+        const auto type = ValueOf<int32_t>(ReadFixed(param, sizeof(int32_t)));
+        if (const Image key = param.strings.Read()) {
+            const Image image = ReadEntry(param, TypeOf(type));
+            isComplete = CheckCarried("Read", "ReadFromMediaParam", type) && image && isComplete;
+            meta[*key] = std::make_shared<ModelItem>(ModelItem{type, image});
+        }
+    }
+    return isComplete;
+}
+
+void Copy(ModelParam& param, const ModelParam* other)
+{
+    if (other == nullptr) {
+        Error("Copy: Target pointer can not be nullptr", "MediaParam");
+    } else if (other != &param) {
+        if (other->capacity == 0) {
+            Error("Copy:Copy failed, invalid size: 0.", "MediaParam");
+        }
+        param = other->capacity == 0 ? ModelParam{0, {}, 0, {}, {}} : *other;
+        param.readPos = param.strings.readCount = param.objects.readCount = 0;
+    }
+}
 
 // --- The run of both
 
-class Choices {
-public:
-    explicit Choices(const uint8_t* data) : mData(data), mEnd(data + STEP_BYTES) {}
+struct Choices {
+    const uint8_t* next;
+    const uint8_t* end;
 
     // 0 to limit - 1; 0 when they are used up.
-    size_t Below(size_t limit) { return mData == mEnd ? 0 : *mData++ % limit; }
+    size_t Below(size_t limit) { return next == end ? 0 : *next++ % limit; }
+
     std::string Bytes(size_t size)
     {
         std::string bytes(size, '\0');
-        for (char& byte : bytes) {
-            byte = static_cast<char>(Below(256));
-        }
+        std::generate(bytes.begin(), bytes.end(), [this] { return static_cast<char>(Below(256)); });
         return bytes;
     }
-
-private:
-    const uint8_t* mData;
-    const uint8_t* mEnd;
 };
 
-std::string RandomImage(const Type& type, Choices& choices)
+Image RandomImage(const Type& type, Choices& choices, bool mayBeNull = false)
 {
     switch (type.type) {
-        case META_TYPE_STRING: return choices.Bytes(choices.Below(24)).c_str();
+        case META_TYPE_STRING: {
+            const std::string text = choices.Bytes(choices.Below(24)).c_str();
+            return mayBeNull && text.size() < 3 ? std::nullopt : Image(text);
+        }
         case META_TYPE_BYTE_BUFFER: return choices.Bytes(choices.Below(24));
-        case META_TYPE_OBJECT: return std::to_string(choices.Below(OBJECTS.size()));
-        case META_TYPE_FRACTION: return choices.Bytes(4) + ImageOf(static_cast<int32_t>(choices.Below(3)) - 1);
-        case META_TYPE_FLOAT:
-            // Numbers alone: widening a signalling NaN changes its bits.
-            return ImageOf(static_cast<float>(choices.Below(256)) / 8);
-        default: return choices.Bytes(type.sizeBytes);
+        case META_TYPE_OBJECT: return ImageOf(OBJECTS[choices.Below(OBJECTS.size())]);
+        case META_TYPE_FRACTION: return choices.Bytes(4) + *ImageOf(static_cast<int32_t>(choices.Below(3)) - 1);
+        // Numbers alone: widening a signalling NaN changes its bits.
+        case META_TYPE_FLOAT: return ImageOf(static_cast<float>(choices.Below(256)) / 8);
+        default: return choices.Bytes(type.zero->size());
     }
 }
 
-// The model cannot know where the library puts a block.
+// The model cannot know the addresses of keys and buffers inside a container: "0x" stands for them.
 LogLines WithoutAddresses(LogLines lines)
 {
     for (LogLine& line : lines) {
-        for (const std::string before : {"name ", "data ", "bytebuffer("}) {
-            const size_t begin = line.text.find(before + "0x");
-            if (begin != std::string::npos) {
-                const size_t end = line.text.find_first_of(",)", begin);
-                line.text.replace(begin, end - begin, before + "ADDRESS");
+        for (const char* const before : {"name 0x", "data 0x", "bytebuffer(0x"}) {
+            if (const size_t begin = line.text.find(before); begin != std::string::npos) {
+                line.text.replace(begin, line.text.find_first_of(",)", begin) - begin, before);
             }
         }
     }
     return lines;
 }
 
-class Run {
-public:
-    std::string steps;  // what was done so far, for people
+struct Side {
+    std::shared_ptr<Meta> meta = Meta::Create();
+    ModelMeta modelMeta;
+    Param param;
+    ModelParam modelParam;
+};
 
-    void Step(const uint8_t* data)
+template <typename T>
+void Expect(const std::string& what, const T& expected, const T& actual)
+{
+    if (!(expected == actual)) {
+        throw std::runtime_error(what + " differs: expected " + PrintToString(expected) + ", actual " +
+                                 PrintToString(actual));
+    }
+}
+
+std::string NameOf(const char* key) { return key ? PrintToString(std::string(key)) : "null"; }
+
+// `image` is what the outputs hold before the call.
+void CompareGet(const Side& side, const char* key, const Type& type, Image image, bool apart)
+{
+    const auto entry = key ? side.modelMeta.find(key) : side.modelMeta.end();
+    const bool hasKey = entry != side.modelMeta.end();
+    const bool isFound = hasKey && entry->second->type == type.type;
+    const Image expected = isFound ? entry->second->image : image;
+    const std::string what = std::string(type.name) + " of " + NameOf(key);
+    Expect("presence of " + what, isFound, type.get(*side.meta, key, image, apart));
+    Expect(what, expected, image);
+    Expect("ContainsKey()", hasKey, side.meta->ContainsKey(key));
+}
+
+void Compare(const Side& side)
+{
+    auto it = side.meta->Begin();
+    for (const auto& [key, item] : side.modelMeta) {
+        Expect("entry", true, it != side.meta->End());
+        Expect("key", key, it.Key());
+        Expect("type of " + PrintToString(key), item->type, int32_t{it.Value()->mType});
+        if (const Type& type = TypeOf(item->type); type.get) {
+            CompareGet(side, key.c_str(), type, type.zero, /*apart=*/false);
+        }
+        ++it;
+    }
+    Expect("end", true, it == side.meta->End());
+    Expect("key at the end", std::string(), it.Key());
+}
+
+struct Run {
+    std::array<Side, 2> sides;
+    std::ostringstream steps;  // what was done so far, for people
+
+    void Step(Choices choices)
     {
-        Choices choices(data);
         const LogCapture log;
-        mModel.log.clear();
+        modelLog.clear();
         Operate(choices);
-        Expect("log", WithoutAddresses(mModel.log), WithoutAddresses(log.Lines()));
-        for (size_t i = 0; i < mMetas.size(); ++i) {
-            Compare(*mMetas[i], mModelMetas[i]);
-        }
-    }
-
-private:
-    static inline const std::array<const char*, 8> KEYS{
-        nullptr, "", "a", "ab", "B", "width", "a key that is longer than the short ones", "\xff"};
-
-    template <typename T>
-    static void Expect(const std::string& what, const T& expected, const T& actual)
-    {
-        if (!(expected == actual)) {
-            throw std::runtime_error(what + " differs: expected " + Show(expected) + ", actual " + Show(actual));
-        }
-    }
-
-    void Say(const std::string& what) { steps += (what[0] == ' ' ? "" : "  ") + what + "\n"; }
-
-    static void Compare(const MediaMeta& meta, const ModelMeta& model)
-    {
-        auto it = meta.Begin();
-        for (const auto& [key, item] : model) {
-            Expect("entry", true, it != meta.End());
-            Expect("key", key, it.Key());
-            Expect("type of " + Show(key), item->type, static_cast<int32_t>(it.Value()->mType));
-            const Type& type = TypeOf(item->type);
-            if (type.get) {
-                Image image;
-                Expect("presence of " + Show(key), true, type.get(meta, key.c_str(), image, false));
-                Expect(std::string(type.name) + " of " + Show(key), item->image, image);
-            }
-            ++it;
-        }
-        Expect("end", true, it == meta.End());
-        Expect("key at the end", std::string(), it.Key());
+        Expect("log", WithoutAddresses(modelLog), WithoutAddresses(log.Lines()));
+        Compare(sides[0]);
+        Compare(sides[1]);
     }
 
     void Operate(Choices& choices)
     {
-        const size_t one = choices.Below(2);
-        const size_t other = choices.Below(2);
-        MediaMeta& meta = *mMetas[one];
-        ModelMeta& model = mModelMetas[one];
-        ModelParcel& modelParcel = mModelParcels[one];
-        const char* const key = KEYS[choices.Below(KEYS.size())];
-        const Type& type = TYPES[choices.Below(TYPES.size())];
+        static constexpr std::array<const char*, 8> keys{
+            nullptr, "", "a", "ab", "B", "width", "a key that is longer than the short ones", "\xff"};
+        static constexpr std::array operations{"set",
+                                               "set",
+                                               "set",
+                                               "get",
+                                               "get",
+                                               "copy to",
+                                               "merge",
+                                               "destroy or dump",
+                                               "write to parcel",
+                                               "read from parcel",
+                                               "read from parcel",
+                                               "write a value to the parcel",
+                                               "read a value from the parcel",
+                                               "copy over the parcel"};
+        const size_t here = choices.Below(sides.size());
+        const size_t there = choices.Below(sides.size());
+        Side& side = sides[here];
+        auto& [meta, model, param, modelParam] = sides[here];
+        Side& other = sides[there];
+        const char* const key = keys[choices.Below(keys.size())];
+        const bool isNull = key == nullptr;  // then the other container or parcel is null too
+        const Type& type = TYPES[1 + choices.Below(TYPES.size() - 1)];
         const bool apart = choices.Below(2) == 1;
-        const size_t operation = choices.Below(14);
-        const std::string typeAndKey = std::string(type.name) + (apart ? " (apart) " : " ") +
-                                       Show(key != nullptr ? Image(key) : std::nullopt);
-        const std::string fromOther = key != nullptr ? Show(other) : "null";
-        if (operation <= 10) {
-            steps += "  container " + Show(one) + ":";
-        }
+        const size_t operation = choices.Below(operations.size());
+        // An operation uses only some of it.
+        steps << "  " << operations[operation] << ": here " << here << ", other " << there << ", key "
+              << NameOf(key) << ", " << type.name << (apart ? ", apart\n" : "\n");
         if (operation <= 2) {
-            Image image = RandomImage(type, choices);
-            Say(" set " + typeAndKey + " = " + Show(image));
-            const bool result = type.set(meta, key, *image, apart);
-            if (IsNullText(type.type, *image, apart)) {
-                image.reset();
-            }
-            Expect("result", mModel.Set(model, key, type.type, image), result);
+            const Image image = RandomImage(type, choices, /*mayBeNull=*/apart);
+            steps << "    " << PrintToString(image) << '\n';
+            Expect("result", Set(model, key, type.type, image), type.set(*meta, key, image, apart));
         } else if (operation <= 4) {
-            Say(" get " + typeAndKey);
-            const auto entry = key != nullptr ? model.find(key) : model.end();
-            const bool isFound = entry != model.end() && entry->second->type == type.type;
-            Image image;
-            Expect("result", isFound, type.get(meta, key, image, apart));
-            Expect("output", isFound ? entry->second->image : Untouched(type), image);
-            Expect("ContainsKey()", entry != model.end(), meta.ContainsKey(key));
+            CompareGet(side, key, type, RandomImage(type, choices), apart);
         } else if (operation == 5) {
-            Say(" copy to " + Show(other));
-            auto modelCopy = mModel.Copy(model);
-            auto copy = meta.Copy();
+            const auto modelCopy = Copy(model);
+            const auto copy = meta->Copy();
             Expect("result", modelCopy.has_value(), copy != nullptr);
             if (copy) {
-                mMetas[other] = copy;
-                mModelMetas[other] = std::move(*modelCopy);
+                other.meta = copy;
+                other.modelMeta = *modelCopy;
             }
         } else if (operation == 6) {
-            Say(" merge " + fromOther);
-            Expect("result", key != nullptr && mModel.Merge(model, mModelMetas[other]),
-                   meta.Merge(key != nullptr ? mMetas[other] : nullptr));
+            Expect("result", !isNull && Merge(model, other.modelMeta), meta->Merge(isNull ? nullptr : other.meta));
+        } else if (operation == 7 && choices.Below(4) == 0) {
+            meta->Destroy();
+            model.clear();
         } else if (operation == 7) {
-            const bool isDestroyed = choices.Below(4) == 0;
-            Say(isDestroyed ? " destroy" : " dump");
-            if (isDestroyed) {
-                meta.Destroy();
-                model.clear();
-            } else {
-                meta.Dump();
-                mModel.Dump(model);
-            }
+            meta->Dump();
+            Dump(model);
         } else if (operation == 8) {
-            Say(" write to parcel " + fromOther);
-            Expect("result", key != nullptr && mModel.WriteMeta(model, mModelParcels[other]),
-                   meta.WriteToMediaParam(key != nullptr ? &mParcels[other] : nullptr));
+            Expect("result", !isNull && WriteMeta(model, other.modelParam),
+                   meta->WriteToMediaParam(isNull ? nullptr : &other.param));
         } else if (operation <= 10) {
-            Say(" read from parcel " + fromOther);
-            if (key == nullptr || PeekCount(mModelParcels[other]) < 100) {  // a count is taken at its word
-                Expect("result", key != nullptr && mModel.ReadMeta(model, mModelParcels[other]),
-                       meta.ReadFromMediaParam(key != nullptr ? &mParcels[other] : nullptr));
+            const auto count = ValueOf<int32_t>(other.modelParam.fixed.substr(other.modelParam.readPos, 4));
+            if (isNull || count < 100) {  // a count is taken at its word
+                Expect("result", !isNull && ReadMeta(model, other.modelParam),
+                       meta->ReadFromMediaParam(isNull ? nullptr : &other.param));
             }
         } else if (operation == 11) {
-            WriteParcel(choices, mParcels[one], modelParcel);
+            Access(choices.Below(8), side, &choices, apart);
         } else if (operation == 12) {
-            ReadParcel(choices, mParcels[one], modelParcel, apart);
+            Access(choices.Below(7), side, nullptr, apart);
         } else {
-            CopyParcel(choices, one, other);
+            CopyParam(choices.Below(5), side, other);
         }
     }
 
-    static int32_t PeekCount(const ModelParcel& parcel)
+    // Writes if there are `choices`, else reads.
+    void Access(size_t kind, Side& side, Choices* choices, bool toOutput)
     {
-        return parcel.fixed.size() - parcel.readPos < 4 ? 0
-                                                        : ValueOf<int32_t>(parcel.fixed.substr(parcel.readPos, 4));
+        using P = Param;
+        constexpr std::array kinds{"int32", "int64", "float", "double", "pointer", "string", "object", "object"};
+        steps << "    " << kinds.at(kind) << '\n';
+        switch (kind) {
+            case 0: return Access(side, choices, toOutput, &P::WriteInt32, &P::ReadInt32, &P::ReadInt32);
+            case 1: return Access(side, choices, toOutput, &P::WriteInt64, &P::ReadInt64, &P::ReadInt64);
+            case 2: return Access(side, choices, toOutput, &P::WriteFloat, &P::ReadFloat, &P::ReadFloat);
+            case 3: return Access(side, choices, toOutput, &P::WriteDouble, &P::ReadDouble, &P::ReadDouble);
+            case 4:
+                return Access(side, choices, toOutput, &P::WriteRawPointer, &P::ReadRawPointer,
+                              &P::ReadRawPointer);
+            case 5: return Access(side, choices, false, &P::WriteString, &P::ReadString);
+            default: return Access(side, choices, false, &P::WritePointer, &P::ReadPointer);
+        }
     }
 
-    void WriteParcel(Choices& choices, MediaParam& parcel, ModelParcel& model)
+    template <typename T, typename Argument>
+    void Access(Side& side, Choices* choices, bool toOutput, int32_t (Param::*write)(Argument),
+                T (Param::*read)() const, int32_t (Param::*readTo)(T*) const = nullptr)
     {
-        constexpr std::array<int32_t, 8> numbers{0, 1, 3, 12, 13, 17, -1, INT32_MIN};
-        const size_t kind = choices.Below(FIXED.size() + 3);
-        if (kind < FIXED.size()) {
-            const Fixed& fixed = FIXED[kind];
+        auto& [meta, modelMeta, param, model] = side;
+        constexpr bool isString = std::is_same_v<T, const char*>;
+        const bool isFixed = readTo != nullptr;
+        ModelSequence& sequence = isString ? model.strings : model.objects;
+        if (choices != nullptr) {
             // As an int32, what reads as a count or a type, right or wrong.
-            const std::string image = kind == 0 ? ImageOf(numbers[choices.Below(numbers.size())])
-                                                : choices.Bytes(fixed.sizeBytes - 1) + "@";
-            const size_t times = choices.Below(16) == 0 ? 2000 : 1;  // up to its limit
-            Say(std::string("write ") + fixed.name + " " + Show(image) + " times " + Show(times));
+            constexpr std::array<int32_t, 8> numbers{0, 1, 3, 12, 13, 17, -1, INT32_MIN};
+            const Image image =
+                std::is_same_v<T, int32_t> ? ImageOf(numbers[choices->Below(numbers.size())])
+                : isFixed                  ? choices->Bytes(sizeof(T) - 1) + "@"
+                          : RandomImage(TypeOf(isString ? META_TYPE_STRING : META_TYPE_OBJECT), *choices);
+            const size_t times = isFixed && choices->Below(16) == 0 ? 2000 : 1;  // up to the capacity
+            steps << "    " << PrintToString(image) << " times " << times << '\n';
             for (size_t i = 0; i < times; ++i) {
-                Expect("result", mModel.WriteFixed(model, image), fixed.write(parcel, image));
+                Expect("result", isFixed ? WriteFixed(model, image) : 0, (param.*write)(ValueOf<T>(image)));
             }
-        } else if (kind == FIXED.size()) {
-            const std::string text = choices.Bytes(choices.Below(24)).c_str();
-            Say("write string " + Show(text));
-            model.strings.push_back(text);
-            Expect("result", 0, parcel.WriteString(text.c_str()));
-            Expect("result for null", -1, parcel.WriteString(nullptr));
-        } else {
-            const std::string object = std::to_string(choices.Below(OBJECTS.size()));
-            Say("write object " + object);
-            model.refs.push_back(object);
-            Expect("result", 0, parcel.WritePointer(ObjectOf(object)));
-        }
-    }
-
-    void ReadParcel(Choices& choices, const MediaParam& parcel, ModelParcel& model, bool isPlace)
-    {
-        const size_t kind = choices.Below(FIXED.size() + 2);
-        if (kind < FIXED.size()) {
-            const Fixed& fixed = FIXED[kind];
-            Say(std::string("read ") + fixed.name + (isPlace ? " into a place" : ""));
-            const Image expected = mModel.ReadFixed(model, fixed.sizeBytes);
-            std::string image = std::string(UNTOUCHED).substr(0, fixed.sizeBytes);
-            const std::string otherwise = isPlace ? image : std::string(fixed.sizeBytes, '\0');
-            Expect("result", expected || !isPlace ? 0 : ERR_NO_MORE, fixed.read(parcel, image, isPlace));
-            Expect("output", expected.value_or(otherwise), image);
-        } else if (kind == FIXED.size()) {
-            Say("read string");
-            const char* text = parcel.ReadString();
-            Expect("result", ReadNext(model.strings, model.stringIndex),
-                   text != nullptr ? Image(text) : std::nullopt);
-        } else {
-            Say("read object");
-            Expect("result", ReadNext(model.refs, model.refIndex).value_or("0"), ImageOf(parcel.ReadPointer()));
-        }
-    }
-
-    void CopyParcel(Choices& choices, size_t one, size_t other)
-    {
-        const size_t from = choices.Below(5);
-        constexpr std::array<const char*, 3> NAMES{"a new one", "null", "one without a store"};
-        Say("copy over parcel " + Show(one) + ": " + (from < 3 ? NAMES[from] : "parcel " + Show(other)));
-        if (from == 0) {
-            mParcels[one] = MediaParam();
-            mModelParcels[one] = ModelParcel();
-        } else if (from == 1) {
-            mParcels[one].Copy(nullptr);
-            mModel.Error("Copy: Target pointer can not be nullptr", "MediaParam");
-        } else if (from == 2) {
-            mModel.Error("Copy: Target pointer can not be nullptr", "MediaParam");
-            ModelParcel storeless;
-            storeless.capacity = 0;
-            mModel.CopyParcel(mModelParcels[one], storeless);
-            mParcels[one] = MediaParam(nullptr);
-        } else {
-            mParcels[one].Copy(&mParcels[other]);
-            if (one != other) {
-                mModel.CopyParcel(mModelParcels[one], mModelParcels[other]);
+            if (!isFixed) {
+                sequence.written.push_back(image);
             }
+            Expect("result for a null string", -1, param.WriteString(nullptr));
+        } else {
+            T output = toOutput ? ValueOf<T>("untouched") : T{};
+            const Image before = ImageOf(output);
+            const Image next = isFixed ? ReadFixed(model, sizeof(T)) : sequence.Read();
+            if (toOutput) {
+                Expect("result", next ? 0 : ERR_NO_MORE, (param.*readTo)(&output));
+                Expect("result for null", ERR_NO_MORE, (param.*readTo)(nullptr));
+            } else {
+                output = (param.*read)();
+            }
+            Expect("output", next ? next : before, ImageOf(output));
         }
     }
 
-    Model mModel;
-    std::array<std::shared_ptr<MediaMeta>, 2> mMetas{MediaMeta::Create(), MediaMeta::Create()};
-    std::array<ModelMeta, 2> mModelMetas;
-    std::array<MediaParam, 2> mParcels;
-    std::array<ModelParcel, 2> mModelParcels;
+    void CopyParam(size_t source, Side& side, const Side& other)
+    {
+        constexpr std::array sources{"a new one", "null", "one without capacity", "the other", "the other"};
+        steps << "    " << sources[source] << '\n';
+        if (source == 1) {
+            side.param.Copy(nullptr);
+            Copy(side.modelParam, nullptr);
+        } else if (source == 2) {
+            side.param = Param(nullptr);
+            ModelParam empty{/*capacity=*/0, {}, 0, {}, {}};
+            Copy(empty, nullptr);
+            Copy(side.modelParam, &empty);
+        } else {
+            const Side fresh;
+            const Side& from = source == 0 ? fresh : other;
+            side.param = from.param;
+            Copy(side.modelParam, &from.modelParam);
+        }
+    }
 };
 
 }  // namespace
@@ -765,10 +612,10 @@ std::string RunModel(const uint8_t* data, size_t size)
     Run run;
     try {
         for (; size >= STEP_BYTES; data += STEP_BYTES, size -= STEP_BYTES) {
-            run.Step(data);
+            run.Step({data, data + STEP_BYTES});
         }
     } catch (const std::runtime_error& difference) {
-        return run.steps + difference.what();
+        return run.steps.str() + difference.what();
     }
     return {};
 }
