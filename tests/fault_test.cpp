@@ -17,6 +17,7 @@
 #include <gtest/gtest.h>
 #include <new>
 #include <sys/mman.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -84,7 +85,12 @@ namespace {
 // Its body ends at once.
 struct BriefThread : osal::Thread {
     ~BriefThread() override { Stop(); }
-    bool Run() override { return false; }
+    bool Run() override
+    {
+        timerSlackNs = prctl(PR_GET_TIMERSLACK);
+        return false;
+    }
+    int timerSlackNs = 0;
 };
 
 struct Handler : osal::MsgHandlerBase {
@@ -118,9 +124,10 @@ TEST(Faults, OfSystemCallsAreReportedAndTheCallsCanBeRepeated)
     EXPECT_EQ(-12, queue.Start("t", osal::Thread::PRIORITY_MIN));
     EXPECT_EQ(-1, queue.GetThreadId());
     EXPECT_EQ(-38, queue.QueueMsg(&handler, 0));
-    FailCall("pthread_setschedparam", EPERM);  // the worker keeps its scheduling
+    FailCall("pthread_setschedparam", EPERM);  // the worker keeps its scheduling, except the timer slack
     EXPECT_EQ(0, thread.Start("t", osal::Thread::PRIORITY_MIN));
     Simulation::LetOthersRun();
+    EXPECT_EQ(1, thread.timerSlackNs);
     FailCall(nullptr);
     EXPECT_EQ(0, queue.Start("t", osal::Thread::PRIORITY_MIN));
     EXPECT_EQ(0, queue.QueueMsg(&handler, 0));
