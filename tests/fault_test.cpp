@@ -15,6 +15,7 @@
 #include <cstring>
 #include <functional>
 #include <gtest/gtest.h>
+#include <malloc.h>
 #include <new>
 #include <sys/mman.h>
 #include <sys/prctl.h>
@@ -101,7 +102,7 @@ LogLine Error(const char* tag, const std::string& text) { return {ANDROID_LOG_ER
 
 }  // namespace
 
-TEST(Faults, OfSystemCallsAreReportedAndTheCallsCanBeRepeated)
+TEST(Faults, OfTheSystemAreReportedAndTheCallsCanBeRepeated)
 {
     const int region = osal::MemfdCreateRegion("n", 4096);
     const Simulation simulation;
@@ -122,7 +123,10 @@ TEST(Faults, OfSystemCallsAreReportedAndTheCallsCanBeRepeated)
     EXPECT_EQ(-1, thread.GetId());
     thread.Stop();
     EXPECT_EQ(-12, queue.Start("t", osal::Thread::PRIORITY_MIN));
+    allocationsLeft = 0;
+    EXPECT_EQ(-12, queue.Start("t", osal::Thread::PRIORITY_MIN));
     EXPECT_EQ(-1, queue.GetThreadId());
+    allocationsLeft = 0;
     EXPECT_EQ(-38, queue.QueueMsg(&handler, 0));
     FailCall("pthread_setschedparam", EPERM);  // the worker keeps its scheduling, except the timer slack
     EXPECT_EQ(0, thread.Start("t", osal::Thread::PRIORITY_MIN));
@@ -168,22 +172,6 @@ TEST(Faults, OfDescriptorsLeaveNoneBehind)
     EXPECT_EQ(descriptors, OpenDescriptors());
     close(input);
     EXPECT_EQ((LogLines(2, Error("Memoryfd", "MemfdCreateRegion(n, 1) failed: 24."))), log.Lines());
-}
-
-TEST(Faults, OfMemoryLeaveTheQueueStopped)
-{
-    const Simulation simulation;
-    osal::MsgQueue queue;
-    Handler handler;
-    const LogCapture log;
-    allocationsLeft = 0;
-    EXPECT_EQ(-38, queue.QueueMsg(&handler, 0));  // refused without memory, too
-    allocationsLeft = 0;
-    EXPECT_EQ(-12, queue.Start("t", osal::Thread::PRIORITY_MIN));
-    EXPECT_EQ(-1, allocationsLeft);
-    EXPECT_EQ(-1, queue.GetThreadId());
-    EXPECT_EQ(LogLines{Error("MsgQueue", "QueueMsg: QueueMsg thread not start!")}, log.Lines());
-    EXPECT_EQ(0, queue.Start("t", osal::Thread::PRIORITY_MIN));
 }
 
 namespace {
@@ -296,7 +284,7 @@ TEST(Faults, OfEachAllocationLoseNothing)
     EXPECT_GT(failures, 25);
 }
 
-TEST(Allocations, AreNotMadeForSlotsAndExistingKeys)
+TEST(Allocations, AreNotMadeForSlotsAndExistingKeysAndAreReleased)
 {
     osal::MediaMeta meta;
     for (const char* key : {"b", "a"}) {
@@ -310,4 +298,15 @@ TEST(Allocations, AreNotMadeForSlotsAndExistingKeys)
         EXPECT_TRUE(meta.ContainsKey(key) && meta.SetInt32(key, 2) && !meta.SetInt64(key, 2));
         EXPECT_EQ(before, allocations);
     }
+    const size_t usedBytes = mallinfo2().uordblks;
+    std::string value(1000, 'x');
+    for (int i = 0; i < 2000; ++i) {
+        osal::MediaMeta other;
+        for (const char first : {'y', 'z'}) {
+            value[0] = first;
+            EXPECT_TRUE(other.SetString("s", value.c_str()));
+            EXPECT_TRUE(other.SetByteBuffer("b", reinterpret_cast<uint8_t*>(value.data()), value.size()));
+        }
+    }
+    EXPECT_LE(mallinfo2().uordblks, usedBytes + 1'000'000);
 }
