@@ -91,7 +91,7 @@ struct BriefThread : osal::Thread {
         timerSlackNs = prctl(PR_GET_TIMERSLACK);
         return false;
     }
-    int timerSlackNs = 0;
+    std::atomic<int> timerSlackNs{0};
 };
 
 struct Handler : osal::MsgHandlerBase {

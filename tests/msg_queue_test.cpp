@@ -36,11 +36,12 @@ class MsgQueueTest : public testing::Test {
 protected:
     // Notes what happens to it, in one list for all handlers of the test.
     struct Handler : MsgHandlerBase {
+        Handler(MsgQueueTest& owner, std::string ownName) : test(owner), name(std::move(ownName)) {}
         void HandleMsg(int32_t& arg) override
         {
             EXPECT_EQ(0, arg);
             arg = 1;
-            test->Note(name);
+            test.Note(name);
             if (body) {
                 body();
             }
@@ -48,11 +49,11 @@ protected:
         }
         void NotifyFinished() override
         {
-            test->Note(name + " dropped");
+            test.Note(name + " dropped");
             MsgHandlerBase::NotifyFinished();
         }
 
-        MsgQueueTest* test = nullptr;
+        MsgQueueTest& test;
         std::string name;
         std::function<void()> body;
     };
@@ -72,10 +73,8 @@ protected:
     // The handler of that name, made when it is first named.
     Handler* Named(const std::string& name)
     {
-        Handler& handler = mHandlers[name];
-        handler.test = this;
-        handler.name = name;
-        return &handler;
+        const std::lock_guard<std::mutex> lock(mMutex);
+        return &mHandlers.try_emplace(name, *this, name).first->second;
     }
     void Queue(const std::string& name, uint64_t delayNs) { EXPECT_EQ(0, mQueue.QueueMsg(Named(name), delayNs)); }
     void Start(const std::string& name = "queue")

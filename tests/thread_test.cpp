@@ -4,6 +4,7 @@
 #include "support.h"
 #include "system.h"
 
+#include <atomic>
 #include <functional>
 #include <gtest/gtest.h>
 #include <thread>
@@ -42,7 +43,7 @@ TEST_F(ThreadTest, NamesItsWorkerAndSetsItsPriority)
 {
     static_assert(Thread::PRIORITY_MIN == 1 && Thread::PRIORITY_DEFAULT == 10 && Thread::PRIORITY_MAX == 99);
     Thread* self = nullptr;
-    int runs = 0;
+    std::atomic<int> runs{0};
     TestThread thread([&] {
         EXPECT_EQ(osal::GetTid(), self->GetId());
         EXPECT_EQ("worker-with-a-l", KernelThreadName(osal::GetTid()));
