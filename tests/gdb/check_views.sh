@@ -7,11 +7,21 @@ library=$2
 here=$(cd "$(dirname "$0")" && pwd)
 . "$here/../../scripts/lib.sh"
 
-reason=${3:-$(gdb_obstacle)}
-if [ -n "$reason" ]; then
-    echo "skipped: $reason"
-    exit 77
-fi
+# skip REASON: ends the test, without a failure, if there is a reason.
+skip()
+{
+    [ -z "$1" ] || { echo "skipped: $1"; exit 77; }
+}
+
+# refuse FILE MESSAGE: shows the file and fails, unless GDB cannot work here. Only failures need that slow probe.
+refuse()
+{
+    skip "$(gdb_obstacle)"
+    cat "$1"
+    fail "$2"
+}
+
+skip "${3-}"
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
 
@@ -22,10 +32,10 @@ show()
     local name=$1
     shift
     gdb -nx -batch -iex "add-auto-load-safe-path $library" -iex "set logging file $scratch/$name" "$@" \
-        -x "$here/show.gdb" >"$scratch/log" 2>&1 || { cat "$scratch/log"; fail "$name: GDB failed"; }
+        -x "$here/show.gdb" >"$scratch/log" 2>&1 || refuse "$scratch/log" "$name: GDB failed"
     sed -E -i 's/0x[0-9a-f]{6,}/ADDRESS/g; s/\<id [0-9]+/id NUMBER/; s/<cannot be read: [^G].*>/<cannot be read: REASON>/
         /^[0-9].* printers (dis|en)abled$/d' "$scratch/$name"
-    diff -u "$here/expected.txt" "$scratch/$name" || fail "$name: not as expected"
+    diff -u "$here/expected.txt" "$scratch/$name" >"$scratch/log" || refuse "$scratch/log" "$name: not as expected"
 }
 
 # The standard library is loaded first, as in a program that does not link this library directly: its pretty-printers

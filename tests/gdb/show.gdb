@@ -18,12 +18,12 @@ print noParts
 print longParam
 print queue
 print stoppedQueue
-print stoppedQueueReference
+print (const osal::MsgQueue&)stoppedQueue
 print stoppingQueue
 print unused
 print running
-print stopped
 print ended
+print starting
 # Damaged objects.
 print *(osal::MediaMeta*)garbage
 print *(osal::MediaMeta::MetaItem*)garbage
