@@ -111,7 +111,7 @@ TEST_F(MsgQueueTest, RefusesMessagesUnlessStartedAndStartsAgainAfterStop)
         mQueue.Stop();  // refused
         EXPECT_EQ(osal::GetTid(), mQueue.GetThreadId());
         worker = pthread_self();
-        Note(KernelThreadName(osal::GetTid()));
+        Note(ThreadName());
     };
     LogLines expected;
     for (const std::string name : {"first", "second"}) {

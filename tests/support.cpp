@@ -3,7 +3,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
+#include <sys/prctl.h>
 
 thread_local bool isLogging = false;
 
@@ -60,11 +60,10 @@ void Event::Wait()
     mCond.wait(lock, [this] { return mSet; });
 }
 
-std::string KernelThreadName(int tid)
+std::string ThreadName()
 {
-    std::ifstream file("/proc/self/task/" + std::to_string(tid) + "/comm");
-    std::string name;
-    std::getline(file, name);
+    char name[16];
+    prctl(PR_GET_NAME, name);
     return name;
 }
 

@@ -52,8 +52,8 @@ private:
     bool mSet = false;
 };
 
-// The kernel's name of a thread of this process.
-std::string KernelThreadName(int tid);
+// The kernel's name of the calling thread.
+std::string ThreadName();
 
 // How many files this process has open.
 size_t OpenDescriptors();

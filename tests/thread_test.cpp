@@ -46,7 +46,7 @@ TEST_F(ThreadTest, NamesItsWorkerAndSetsItsPriority)
     std::atomic<int> runs{0};
     TestThread thread([&] {
         EXPECT_EQ(osal::GetTid(), self->GetId());
-        EXPECT_EQ("worker-with-a-l", KernelThreadName(osal::GetTid()));
+        EXPECT_EQ("worker-with-a-l", ThreadName());
         const auto scheduling = Simulation::LastScheduling();
         EXPECT_NE(0, pthread_equal(pthread_self(), scheduling.thread));
         EXPECT_EQ(SCHED_FIFO, scheduling.policy);
@@ -70,7 +70,7 @@ TEST_F(ThreadTest, RunsUntilStoppedAndAgainUnderANewName)
     std::string seenName;
     int runs = 0;
     TestThread thread([&] {
-        seenName = KernelThreadName(osal::GetTid());
+        seenName = ThreadName();
         ++runs;
         Simulation::LetOthersRun();
         return true;
@@ -86,7 +86,7 @@ TEST_F(ThreadTest, RunsUntilStoppedAndAgainUnderANewName)
         Simulation::LetOthersRun();  // the worker waits for this thread, too
         thread.Stop();
         EXPECT_EQ(2, runs);
-        EXPECT_EQ(name.empty() ? KernelThreadName(osal::GetTid()) : name, seenName);
+        EXPECT_EQ(name.empty() ? ThreadName() : name, seenName);
     }
     EXPECT_EQ(
         (LogLines{StartIgnored("before"), {ANDROID_LOG_WARN, TAG, "SetThreadName: ThreadName can't be empty."}}),
