@@ -34,8 +34,8 @@ int __android_log_print(int prio, const char* tag, const char* fmt, ...)
     va_end(args);
     int result = -ENOMEM;
     if (isFormatted) {
-        flockfile(stderr);  // glibc 2.36 prints a line of more than 8 KiB in parts, and does not lock the stream
-                            // in between
+        // glibc 2.36 prints a line of more than 8 KiB in parts, and does not lock the stream in between.
+        flockfile(stderr);
         // The columns of `logcat -v threadtime`.
         result = fprintf(stderr, "%02d-%02d %02d:%02d:%02d.%03ld %5d %5ld %c %-8s: %s\n", local.tm_mon + 1,
                          local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec, now.tv_nsec / 1'000'000,
