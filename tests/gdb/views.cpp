@@ -94,7 +94,7 @@ int main()
     Frame frame;
     osal::MsgQueue queue;
     queue.Start("presenter", osal::Thread::PRIORITY_MIN);
-    for (const uint64_t delayMs : {0, 10, 10, 20, 3'600'000, 3'600'000}) {
+    for (const uint64_t delayMs : std::initializer_list<uint64_t>{0, 10, 10, 20, 3'600'000, 3'600'000}) {
         queue.QueueMsg(&frame, delayMs * 1'000'000);
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(45));  // at 30 ms, the second message starts to run
