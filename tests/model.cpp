@@ -46,9 +46,9 @@ Image ImageOf(const std::shared_ptr<T>& object)
     return std::to_string(std::find(OBJECTS.begin(), OBJECTS.end(), object) - OBJECTS.begin());
 }
 Image ImageOf(const char* string) { return string ? Image(string) : std::nullopt; }
-Image ImageOf(Meta::ByteBuffer b)
+Image ImageOf(Meta::ByteBuffer buffer)
 {
-    return b.data ? Image({reinterpret_cast<char*>(b.data), b.size}) : std::nullopt;
+    return buffer.data ? Image({reinterpret_cast<char*>(buffer.data), buffer.size}) : std::nullopt;
 }
 
 // Zero or null for none. Strings and buffers point into the image.
@@ -68,7 +68,7 @@ T ValueOf(const Image& image)
     return value;
 }
 
-// For one value, what Dump() writes.
+// With a single value: as Dump() writes it.
 template <typename... Values>
 std::string Format(const char* format, Values... values)
 {
@@ -157,7 +157,11 @@ const std::array<Type, 17> TYPES{
 };
 
 // For an unknown type, the row without anything.
-const Type& TypeOf(int32_t type) { return TYPES[type > 0 && type < int32_t{TYPES.size()} ? type : 0]; }
+const Type& TypeOf(int32_t type)
+{
+    const auto row = static_cast<size_t>(type);
+    return TYPES[row < TYPES.size() ? row : 0];
+}
 
 // --- The model
 
@@ -172,6 +176,11 @@ struct ModelSequence {
     std::vector<Image> written;
     size_t readCount = 0;
 
+    int32_t Write(const Image& image)
+    {
+        written.push_back(image);
+        return 0;
+    }
     Image Read() { return readCount < written.size() ? written[readCount++] : std::nullopt; }
 };
 
@@ -183,13 +192,11 @@ struct ModelParam {
     ModelSequence objects;
 };
 
+// What the library should have logged in this step.
 LogLines modelLog;
 
-void Error(const std::string& text, const char* tag = "MediaMeta")
-{
-    modelLog.push_back({ANDROID_LOG_ERROR, tag, text});
-}
-void Debug(const std::string& text) { modelLog.push_back({ANDROID_LOG_DEBUG, "MediaMeta", text}); }
+void Error(std::string text, const char* tag = "MediaMeta") { modelLog.push_back({ANDROID_LOG_ERROR, tag, text}); }
+void Debug(std::string text) { modelLog.push_back({ANDROID_LOG_DEBUG, "MediaMeta", text}); }
 
 bool Set(ModelMeta& meta, const char* key, int32_t type, const Image& image)
 {
@@ -286,11 +293,11 @@ bool WriteMeta(const ModelMeta& meta, ModelParam& param)
     WriteFixed(param, ImageOf(static_cast<int32_t>(meta.size())));
     for (const auto& [key, item] : meta) {
         WriteFixed(param, ImageOf(item->type));
-        param.strings.written.push_back(key);
+        param.strings.Write(key);
         isCarried = CheckCarried("Write", "WriteToMediaParam", item->type) && isCarried;
         const Type& type = TypeOf(item->type);
         if (type.type == META_TYPE_STRING) {
-            param.strings.written.push_back(item->image.value_or(""));
+            param.strings.Write(item->image.value_or(""));
         } else if (type.type == META_TYPE_FLOAT) {
             WriteFixed(param, ImageOf(double{ValueOf<float>(item->image)}));
         } else {
@@ -444,56 +451,48 @@ void Compare(const Side& side)
 
 struct Run {
     std::array<Side, 2> sides;
+    Choices choices{};
     std::ostringstream steps;  // what was done so far, for people
 
-    void Step(Choices choices)
+    void Step(const uint8_t* data)
     {
+        choices = {data, data + STEP_BYTES};
         const LogCapture log;
         modelLog.clear();
-        Operate(choices);
+        Operate();
         Expect("log", WithoutAddresses(modelLog), WithoutAddresses(log.Lines()));
         Compare(sides[0]);
         Compare(sides[1]);
     }
 
-    void Operate(Choices& choices)
+    void Operate()
     {
         static constexpr std::array<const char*, 8> keys{
             nullptr, "", "a", "ab", "B", "width", "a key that is longer than the short ones", "\xff"};
-        static constexpr std::array operations{"set",
-                                               "set",
-                                               "set",
-                                               "get",
-                                               "get",
-                                               "copy to",
-                                               "merge",
-                                               "destroy or dump",
-                                               "write to parcel",
-                                               "read from parcel",
-                                               "read from parcel",
-                                               "write a value to the parcel",
-                                               "read a value from the parcel",
-                                               "copy over the parcel"};
+        // "write" and "read" transfer the container, "put" and "take" one value.
+        static constexpr std::array<const char*, 14> operations{"set",  "set",   "set",  "get",   "get",
+                                                                "copy", "merge", "dump", "write", "read",
+                                                                "read", "put",   "take", "assign"};
         const size_t here = choices.Below(sides.size());
         const size_t there = choices.Below(sides.size());
         Side& side = sides[here];
-        auto& [meta, model, param, modelParam] = sides[here];
+        auto& [meta, model, param, modelParam] = side;
         Side& other = sides[there];
         const char* const key = keys[choices.Below(keys.size())];
         const bool isNull = key == nullptr;  // then the other container or parcel is null too
         const Type& type = TYPES[1 + choices.Below(TYPES.size() - 1)];
         const bool apart = choices.Below(2) == 1;
-        const size_t operation = choices.Below(operations.size());
-        // An operation uses only some of it.
-        steps << "  " << operations[operation] << ": here " << here << ", other " << there << ", key "
-              << NameOf(key) << ", " << type.name << (apart ? ", apart\n" : "\n");
-        if (operation <= 2) {
+        const std::string operation = operations[choices.Below(operations.size())];
+        // No operation uses all of these.
+        steps << "  " << operation << ": here " << here << ", other " << there << ", key " << NameOf(key) << ", "
+              << type.name << (apart ? ", apart\n" : "\n");
+        if (operation == "set") {
             const Image image = RandomImage(type, choices, /*mayBeNull=*/apart);
             steps << "    " << PrintToString(image) << '\n';
             Expect("result", Set(model, key, type.type, image), type.set(*meta, key, image, apart));
-        } else if (operation <= 4) {
+        } else if (operation == "get") {
             CompareGet(side, key, type, RandomImage(type, choices), apart);
-        } else if (operation == 5) {
+        } else if (operation == "copy") {
             const auto modelCopy = Copy(model);
             const auto copy = meta->Copy();
             Expect("result", modelCopy.has_value(), copy != nullptr);
@@ -501,92 +500,92 @@ struct Run {
                 other.meta = copy;
                 other.modelMeta = *modelCopy;
             }
-        } else if (operation == 6) {
+        } else if (operation == "merge") {
             Expect("result", !isNull && Merge(model, other.modelMeta), meta->Merge(isNull ? nullptr : other.meta));
-        } else if (operation == 7 && choices.Below(4) == 0) {
+        } else if (operation == "dump" && choices.Below(4) == 0) {
+            steps << "    not dumped but destroyed\n";
             meta->Destroy();
             model.clear();
-        } else if (operation == 7) {
+        } else if (operation == "dump") {
             meta->Dump();
             Dump(model);
-        } else if (operation == 8) {
+        } else if (operation == "write") {
             Expect("result", !isNull && WriteMeta(model, other.modelParam),
                    meta->WriteToMediaParam(isNull ? nullptr : &other.param));
-        } else if (operation <= 10) {
+        } else if (operation == "read") {
             const auto count = ValueOf<int32_t>(other.modelParam.fixed.substr(other.modelParam.readPos, 4));
             if (isNull || count < 100) {  // a count is taken at its word
                 Expect("result", !isNull && ReadMeta(model, other.modelParam),
                        meta->ReadFromMediaParam(isNull ? nullptr : &other.param));
             }
-        } else if (operation == 11) {
-            Access(choices.Below(8), side, &choices, apart);
-        } else if (operation == 12) {
-            Access(choices.Below(7), side, nullptr, apart);
+        } else if (operation == "put") {
+            Transfer(side, WRITE);
+        } else if (operation == "take") {
+            Transfer(side, apart ? READ_TO_OUTPUT : READ);
         } else {
-            CopyParam(choices.Below(5), side, other);
+            Assign(side, other);
         }
     }
 
-    // Writes if there are `choices`, else reads.
-    void Access(size_t kind, Side& side, Choices* choices, bool toOutput)
+    enum Direction { WRITE, READ, READ_TO_OUTPUT };
+
+    void Transfer(Side& side, Direction direction)
     {
         using P = Param;
         constexpr std::array kinds{"int32", "int64", "float", "double", "pointer", "string", "object", "object"};
-        steps << "    " << kinds.at(kind) << '\n';
+        const size_t kind = choices.Below(direction == WRITE ? 8 : 7);
+        steps << "    " << kinds.at(kind) << (direction == READ_TO_OUTPUT ? " to an output\n" : "\n");
         switch (kind) {
-            case 0: return Access(side, choices, toOutput, &P::WriteInt32, &P::ReadInt32, &P::ReadInt32);
-            case 1: return Access(side, choices, toOutput, &P::WriteInt64, &P::ReadInt64, &P::ReadInt64);
-            case 2: return Access(side, choices, toOutput, &P::WriteFloat, &P::ReadFloat, &P::ReadFloat);
-            case 3: return Access(side, choices, toOutput, &P::WriteDouble, &P::ReadDouble, &P::ReadDouble);
-            case 4:
-                return Access(side, choices, toOutput, &P::WriteRawPointer, &P::ReadRawPointer,
-                              &P::ReadRawPointer);
-            case 5: return Access(side, choices, false, &P::WriteString, &P::ReadString);
-            default: return Access(side, choices, false, &P::WritePointer, &P::ReadPointer);
+            case 0: return Transfer(side, direction, &P::WriteInt32, &P::ReadInt32, &P::ReadInt32);
+            case 1: return Transfer(side, direction, &P::WriteInt64, &P::ReadInt64, &P::ReadInt64);
+            case 2: return Transfer(side, direction, &P::WriteFloat, &P::ReadFloat, &P::ReadFloat);
+            case 3: return Transfer(side, direction, &P::WriteDouble, &P::ReadDouble, &P::ReadDouble);
+            case 4: return Transfer(side, direction, &P::WriteRawPointer, &P::ReadRawPointer, &P::ReadRawPointer);
+            case 5: return Transfer(side, direction, &P::WriteString, &P::ReadString);
+            default: return Transfer(side, direction, &P::WritePointer, &P::ReadPointer);
         }
     }
 
     template <typename T, typename Argument>
-    void Access(Side& side, Choices* choices, bool toOutput, int32_t (Param::*write)(Argument),
-                T (Param::*read)() const, int32_t (Param::*readTo)(T*) const = nullptr)
+    void Transfer(Side& side, Direction direction, int32_t (Param::*write)(Argument), T (Param::*read)() const,
+                  int32_t (Param::*readTo)(T*) const = nullptr)
     {
         auto& [meta, modelMeta, param, model] = side;
         constexpr bool isString = std::is_same_v<T, const char*>;
         const bool isFixed = readTo != nullptr;
         ModelSequence& sequence = isString ? model.strings : model.objects;
-        if (choices != nullptr) {
+        if (direction == WRITE) {
             // As an int32, what reads as a count or a type, right or wrong.
             constexpr std::array<int32_t, 8> numbers{0, 1, 3, 12, 13, 17, -1, INT32_MIN};
-            const Image image =
-                std::is_same_v<T, int32_t> ? ImageOf(numbers[choices->Below(numbers.size())])
-                : isFixed                  ? choices->Bytes(sizeof(T) - 1) + "@"
-                          : RandomImage(TypeOf(isString ? META_TYPE_STRING : META_TYPE_OBJECT), *choices);
-            const size_t times = isFixed && choices->Below(16) == 0 ? 2000 : 1;  // up to the capacity
+            const Image image = std::is_same_v<T, int32_t> ? ImageOf(numbers[choices.Below(numbers.size())])
+                                : isFixed
+                                    ? choices.Bytes(sizeof(T) - 1) + "@"
+                                    : RandomImage(TypeOf(isString ? META_TYPE_STRING : META_TYPE_OBJECT), choices);
+            const size_t times = isFixed && choices.Below(16) == 0 ? 2000 : 1;  // up to the capacity
             steps << "    " << PrintToString(image) << " times " << times << '\n';
             for (size_t i = 0; i < times; ++i) {
-                Expect("result", isFixed ? WriteFixed(model, image) : 0, (param.*write)(ValueOf<T>(image)));
-            }
-            if (!isFixed) {
-                sequence.written.push_back(image);
+                Expect("result", isFixed ? WriteFixed(model, image) : sequence.Write(image),
+                       (param.*write)(ValueOf<T>(image)));
             }
             Expect("result for a null string", -1, param.WriteString(nullptr));
-        } else {
-            T output = toOutput ? ValueOf<T>("untouched") : T{};
-            const Image before = ImageOf(output);
-            const Image next = isFixed ? ReadFixed(model, sizeof(T)) : sequence.Read();
-            if (toOutput) {
-                Expect("result", next ? 0 : ERR_NO_MORE, (param.*readTo)(&output));
-                Expect("result for null", ERR_NO_MORE, (param.*readTo)(nullptr));
-            } else {
-                output = (param.*read)();
-            }
-            Expect("output", next ? next : before, ImageOf(output));
+            return;
         }
+        const Image next = isFixed ? ReadFixed(model, sizeof(T)) : sequence.Read();
+        if (!isFixed || direction == READ) {
+            Expect("result", next ? next : ImageOf(T{}), ImageOf((param.*read)()));
+            return;
+        }
+        auto output = ValueOf<T>("untouched");
+        const Image before = ImageOf(output);
+        Expect("result", next ? 0 : ERR_NO_MORE, (param.*readTo)(&output));
+        Expect("output", next ? next : before, ImageOf(output));
+        Expect("result for null", ERR_NO_MORE, (param.*readTo)(nullptr));
     }
 
-    void CopyParam(size_t source, Side& side, const Side& other)
+    void Assign(Side& side, const Side& other)
     {
         constexpr std::array sources{"a new one", "null", "one without capacity", "the other", "the other"};
+        const size_t source = choices.Below(sources.size());
         steps << "    " << sources[source] << '\n';
         if (source == 1) {
             side.param.Copy(nullptr);
@@ -612,7 +611,7 @@ std::string RunModel(const uint8_t* data, size_t size)
     Run run;
     try {
         for (; size >= STEP_BYTES; data += STEP_BYTES, size -= STEP_BYTES) {
-            run.Step({data, data + STEP_BYTES});
+            run.Step(data);
         }
     } catch (const std::runtime_error& difference) {
         return run.steps.str() + difference.what();
