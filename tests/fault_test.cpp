@@ -19,7 +19,6 @@
 #include <new>
 #include <sys/mman.h>
 #include <sys/prctl.h>
-#include <sys/resource.h>
 #include <unistd.h>
 
 namespace {
@@ -153,25 +152,6 @@ TEST(Faults, OfTheSystemAreReportedAndTheCallsCanBeRepeated)
                          "t, SetThreadPriority ret:1, mId:" + std::to_string(thread.GetId())}}),
               log.Lines());
     close(region);
-}
-
-TEST(Faults, OfDescriptorsLeaveNoneBehind)
-{
-    const int input = dup(0);
-    const size_t descriptors = OpenDescriptors();
-    const LogCapture log;
-    rlimit limit{};
-    getrlimit(RLIMIT_NOFILE, &limit);
-    const rlimit few{2, limit.rlim_max};
-    setrlimit(RLIMIT_NOFILE, &few);
-    EXPECT_EQ(-1, osal::MemfdCreateRegion("n", 1));  // there is no descriptor
-    close(0);
-    EXPECT_EQ(-1, osal::MemfdCreateRegion("n", 1));  // there is only 0, which counts as none
-    setrlimit(RLIMIT_NOFILE, &limit);
-    EXPECT_EQ(0, dup2(input, 0));
-    EXPECT_EQ(descriptors, OpenDescriptors());
-    close(input);
-    EXPECT_EQ((LogLines(2, Error("Memoryfd", "MemfdCreateRegion(n, 1) failed: 24."))), log.Lines());
 }
 
 namespace {

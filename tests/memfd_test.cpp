@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 namespace {
@@ -40,6 +41,13 @@ TEST(Memfd, TellsRegionsFromOtherDescriptors)
 {
     const int kept[] = {dup(0), dup(1)};
     close(0);
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    const rlimit two{2, limit.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &two);
+    const LogCapture log;
+    EXPECT_EQ(-1, osal::MemfdCreateRegion("n", 1));  // only 0 is free
+    setrlimit(RLIMIT_NOFILE, &limit);
     close(1);
     const int lowest = osal::MemfdCreateRegion("region", 1);  // a region is never descriptor 0
     const bool isLowestValid = osal::MemfdIsValid(lowest);
@@ -51,8 +59,7 @@ TEST(Memfd, TellsRegionsFromOtherDescriptors)
     EXPECT_FALSE(isZeroOpen);
     const int regular = open("/proc/self/exe", O_RDONLY);
     constexpr int CLOSED = 12345;
-    LogLines expected;
-    const LogCapture log;
+    LogLines expected{Error("MemfdCreateRegion(n, 1) failed: 24.")};
     for (const int fd : {0, -1, CLOSED, regular}) {
         EXPECT_FALSE(osal::MemfdIsValid(fd));
         EXPECT_EQ(-1, osal::MemfdGetRegionSize(fd));
