@@ -10,7 +10,6 @@
 #include <chrono>
 #include <functional>
 #include <gtest/gtest.h>
-#include <list>
 #include <map>
 #include <random>
 #include <thread>
@@ -237,15 +236,14 @@ TEST_F(MsgQueueTest, StopFinishesTheRunningMessageAndDropsThePendingInOrder)
 
 TEST_F(MsgQueueTest, CanBeDestroyedByItsOwnWorker)
 {
-    auto* queue = new MsgQueue;
+    auto queue = std::make_unique<MsgQueue>();
     Named("destroyer")->body = [&] {
         EXPECT_EQ(0, queue->QueueMsg(Named("pending"), 0));
-        delete queue;
+        queue.reset();
     };
     ASSERT_EQ(0, queue->Start("doomed", Thread::PRIORITY_MIN));
     EXPECT_EQ(0, queue->QueueMsg(Named("destroyer"), 0));
-    Named("pending")->Wait();
-    Named("destroyer")->Wait();
+    Simulation::LetOthersRun();
     EXPECT_EQ((Notes{"destroyer", "pending dropped"}), TakeNotes());
 }
 
@@ -253,14 +251,16 @@ namespace {
 
 // Checks when it runs and counts its ends.
 struct Message : MsgHandlerBase {
+    using Due = std::pair<int64_t, const Message*>;
+
     static int64_t NowNs() { return std::chrono::steady_clock::now().time_since_epoch().count(); }
     void HandleMsg(int32_t&) override
     {
         EXPECT_LE(dueNs, NowNs());
         if (lastDue != nullptr) {
             EXPECT_EQ(dueNs, NowNs());
-            EXPECT_LT(*lastDue, std::pair(dueNs, number));
-            *lastDue = std::pair(dueNs, number);
+            EXPECT_LT(*lastDue, Due(dueNs, this));
+            *lastDue = Due(dueNs, this);
         }
         NotifyFinished();
     }
@@ -270,11 +270,10 @@ struct Message : MsgHandlerBase {
         MsgHandlerBase::NotifyFinished();
     }
 
-    // Of the last message of this producer that ran, in a simulation; used only by the worker.
-    std::pair<int64_t, int>* lastDue = nullptr;
+    Due* lastDue =
+        nullptr;  // of the message of this producer that ran before, in a simulation; for the worker alone
     int64_t dueNs = 0;
-    int number = 0;
-    bool isAccepted = false;
+    int expectedEnds = 0;
     std::atomic<int> ends{0};
 };
 
@@ -284,23 +283,21 @@ void UseFromManySides(unsigned int seed, uint64_t unitNs, bool isSimulated)
     const auto sleep = [=](uint64_t units) {
         std::this_thread::sleep_for(std::chrono::nanoseconds(units * unitNs));
     };
+    std::array<std::array<Message, 20>, 2> messages;
+    std::array<Message::Due, 2> lastDue;
     MsgQueue queue;
     EXPECT_EQ(0, queue.Start("queue", Thread::PRIORITY_MIN));
-    std::array<std::list<Message>, 2> messages;
-    std::array<std::pair<int64_t, int>, 2> lastDue;
     const auto produce = [&](size_t lane) {
         std::mt19937 random(seed * 10 + static_cast<unsigned int>(lane));
-        for (int i = 0; i < 20; ++i) {
+        for (Message& message : messages[lane]) {
             constexpr std::array<uint64_t, 4> DELAYS{0, 0, 5, 20};
             const uint64_t delayNs = DELAYS[random() % 4] * unitNs;
-            Message& message = messages[lane].emplace_back();
             message.lastDue = isSimulated ? &lastDue[lane] : nullptr;
-            message.number = i;
             message.dueNs = Message::NowNs() + static_cast<int64_t>(delayNs);
-            message.isAccepted = queue.QueueMsg(&message, delayNs) == 0;
+            message.expectedEnds = queue.QueueMsg(&message, delayNs) == 0 ? 1 : 0;
             if (random() % 4 == 0) {
                 queue.RemoveMsg(&message);
-            } else if (message.isAccepted && random() % 4 == 0) {
+            } else if (message.expectedEnds == 1 && random() % 4 == 0) {
                 message.Wait();
             }
             sleep(random() % 4);
@@ -324,7 +321,7 @@ void UseFromManySides(unsigned int seed, uint64_t unitNs, bool isSimulated)
     queue.Stop();
     for (const auto& lane : messages) {
         for (const Message& message : lane) {
-            EXPECT_EQ(message.isAccepted ? 1 : 0, message.ends);
+            EXPECT_EQ(message.expectedEnds, message.ends);
         }
     }
 }
