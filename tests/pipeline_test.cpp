@@ -1,6 +1,5 @@
 // The example program end to end: which WAV files it plays, and that it leaves nothing behind when it cannot.
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>

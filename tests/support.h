@@ -9,8 +9,7 @@
 #include <string>
 #include <vector>
 
-constexpr uint64_t NS_PER_MS = 1'000'000;
-constexpr uint64_t HOUR_NS = 3'600'000 * NS_PER_MS;
+constexpr uint64_t HOUR_NS = 3'600'000'000'000;
 
 struct LogLine {
     int prio;

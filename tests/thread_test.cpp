@@ -16,20 +16,15 @@ namespace {
 constexpr const char* TAG = "NuThread";
 
 // Calls a function in Run(), in a simulation. Without Stop() in its destructor, so a test stops it or lets it end.
-class TestThread : public Thread {
-public:
-    explicit TestThread(std::function<bool()> body) : mBody(std::move(body)) {}
-
-private:
-    bool Run() override { return mBody(); }
-
-    std::function<bool()> mBody;
+struct TestThread : Thread {
+    explicit TestThread(std::function<bool()> function) : body(std::move(function)) {}
+    bool Run() override { return body(); }
+    std::function<bool()> body;
 };
 
-class ThreadTest : public testing::Test {
-protected:
-    const Simulation mSimulation;
-    const LogCapture mLog;
+struct ThreadTest : testing::Test {
+    const Simulation simulation;
+    const LogCapture log;
 };
 
 }  // namespace
@@ -43,8 +38,7 @@ TEST_F(ThreadTest, NamesItsWorkerAndSetsItsPriority)
         EXPECT_EQ(osal::GetTid(), self->GetId());
         EXPECT_EQ("worker-with-a-l", ThreadName());
         const auto scheduling = Simulation::LastScheduling();
-        EXPECT_NE(0, pthread_equal(pthread_self(), scheduling.thread));
-        EXPECT_EQ(SCHED_FIFO, scheduling.policy);
+        EXPECT_TRUE(pthread_equal(pthread_self(), scheduling.thread) != 0 && scheduling.policy == SCHED_FIFO);
         EXPECT_EQ(3, scheduling.priority);
         return ++runs < 3;
     });
@@ -58,7 +52,7 @@ TEST_F(ThreadTest, NamesItsWorkerAndSetsItsPriority)
     EXPECT_EQ(-17, thread.Start("another", Thread::PRIORITY_MIN));
     EXPECT_NE(-1, thread.GetId());  // the worker has ended, but nobody has stopped it
     EXPECT_EQ((LogLines{{ANDROID_LOG_INFO, TAG, "Start:  Thread worker-with-a-long-name is not stop, ignore!"}}),
-              mLog.Lines());
+              log.Lines());
 }  // stopped by its destructor
 
 TEST_F(ThreadTest, RunsUntilStoppedAndAgainUnderANewName)
@@ -83,7 +77,7 @@ TEST_F(ThreadTest, RunsUntilStoppedAndAgainUnderANewName)
         EXPECT_EQ(2, runs);
         EXPECT_EQ(name.empty() ? ThreadName() : name, seenName);
     }
-    EXPECT_EQ((LogLines{{ANDROID_LOG_WARN, TAG, "SetThreadName: ThreadName can't be empty."}}), mLog.Lines());
+    EXPECT_EQ((LogLines{{ANDROID_LOG_WARN, TAG, "SetThreadName: ThreadName can't be empty."}}), log.Lines());
 }
 
 TEST_F(ThreadTest, LetsAWorkerDestroyItsOwnObject)
