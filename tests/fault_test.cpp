@@ -156,7 +156,6 @@ TEST(Faults, OfTheSystemAreReportedAndTheCallsCanBeRepeated)
 
 namespace {
 
-const std::string LONG_KEY(40, 'k');
 const std::string LONG_TEXT(100, 't');
 uint8_t gBytes[] = {1, 2, 3};
 
@@ -179,7 +178,7 @@ struct State {
 
 // One for each way to allocate; false for a failure that is told by the result.
 const std::function<bool(State&)> OPERATIONS[] = {
-    [](State& state) { return state.target.SetInt32(LONG_KEY.c_str(), 1); },
+    [](State& state) { return state.target.SetInt32(LONG_TEXT.c_str(), 1); },
     [](State& state) { return state.target.SetString("text", LONG_TEXT.c_str()); },
     [](State& state) { return state.source->SetString("text", LONG_TEXT.c_str()); },
     [](State& state) { return state.source->SetByteBuffer("bytes", gBytes, 3); },
@@ -195,13 +194,13 @@ const std::function<bool(State&)> OPERATIONS[] = {
         osal::MediaParam parcel;
         parcel.WriteInt32(1);
         parcel.WriteInt32(osal::META_TYPE_STRING);
-        parcel.WriteString(LONG_KEY.c_str());
+        parcel.WriteString(LONG_TEXT.c_str());
         parcel.WriteString("text");
         return state.target.ReadFromMediaParam(&parcel);
     },
     // The ones before copy strings, those behind copy none.
-    [](State& state) { return state.thread.Start(LONG_KEY, osal::Thread::PRIORITY_MIN) == 0; },
-    [](State& state) { return state.idle.Start(LONG_KEY, osal::Thread::PRIORITY_MIN) == 0; },
+    [](State& state) { return state.thread.Start(LONG_TEXT, osal::Thread::PRIORITY_MIN) == 0; },
+    [](State& state) { return state.idle.Start(LONG_TEXT, osal::Thread::PRIORITY_MIN) == 0; },
     [](State& state) { return state.queue.QueueMsg(&state.handler, HOUR_NS) == 0; },
 };
 constexpr size_t STRING_OPERATIONS = 11;
@@ -273,8 +272,7 @@ TEST(Allocations, AreNotMadeForSlotsAndExistingKeysAndAreReleased)
         meta.End();
         meta.SetInt32("c", 1);
         const int before = allocations;
-        EXPECT_EQ(key, meta.Begin().Key());
-        EXPECT_EQ(meta.End(), meta.End());
+        EXPECT_TRUE(meta.Begin().Key() == key && meta.End() == meta.End());
         EXPECT_TRUE(meta.ContainsKey(key) && meta.SetInt32(key, 2) && !meta.SetInt64(key, 2));
         EXPECT_EQ(before, allocations);
     }
@@ -284,8 +282,8 @@ TEST(Allocations, AreNotMadeForSlotsAndExistingKeysAndAreReleased)
         osal::MediaMeta other;
         for (const char first : {'y', 'z'}) {
             value[0] = first;
-            EXPECT_TRUE(other.SetString("s", value.c_str()));
-            EXPECT_TRUE(other.SetByteBuffer("b", reinterpret_cast<uint8_t*>(value.data()), value.size()));
+            EXPECT_TRUE(other.SetString("s", value.c_str()) &&
+                        other.SetByteBuffer("b", reinterpret_cast<uint8_t*>(value.data()), value.size()));
         }
     }
     EXPECT_LE(mallinfo2().uordblks, usedBytes + 1'000'000);

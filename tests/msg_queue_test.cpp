@@ -31,8 +31,7 @@ LogLine StartIgnored(const std::string& name)
 using Notes = std::vector<std::string>;
 
 // In a simulation: a message runs at exactly its due time.
-class MsgQueueTest : public testing::Test {
-protected:
+struct MsgQueueTest : testing::Test {
     // Notes what happens to it, in one list for all handlers of the test.
     struct Handler : MsgHandlerBase {
         Handler(MsgQueueTest& owner, std::string ownName) : test(owner), name(std::move(ownName)) {}

@@ -27,12 +27,6 @@ int failure = 0;
 // The error of `call`, or 0 if the call is to succeed.
 int FailureOf(const char* call) { return failingCall != nullptr && strcmp(call, failingCall) == 0 ? failure : 0; }
 
-int Failed(int error)
-{
-    errno = error;
-    return -1;
-}
-
 constexpr int MAX_THREADS = 16;
 constexpr uint64_t START_NS = 1'000'000'000'000'000;
 constexpr uint64_t NEVER = UINT64_MAX;
@@ -390,7 +384,7 @@ int pthread_setschedparam(pthread_t thread, int policy, const sched_param* param
 int fstat(int fd, struct stat* status) noexcept
 {
     const int error = FailureOf("fstat");
-    return error != 0 ? Failed(error) : REAL(fstat)(fd, status);
+    return error != 0 ? (errno = error, -1) : REAL(fstat)(fd, status);
 }
 
 int fcntl(int fd, int command, ...)
@@ -400,7 +394,7 @@ int fcntl(int fd, int command, ...)
     const long arg = va_arg(args, long);
     va_end(args);
     const int error = command == F_ADD_SEALS ? FailureOf("fcntl") : 0;
-    return error != 0 ? Failed(error) : REAL(fcntl)(fd, command, arg);
+    return error != 0 ? (errno = error, -1) : REAL(fcntl)(fd, command, arg);
 }
 
 }  // extern "C"
