@@ -29,6 +29,10 @@ thread_local bool allocationFailed = false;
 thread_local int allocations = 0;
 std::atomic<int> liveAllocations{0};
 
+// While true, this is every block of its size. So a copy from one to another overlaps, which memcpy_s() refuses.
+thread_local bool isShared = false;
+uint8_t shared[osal::MEDIA_PARAM_CAPACITY];
+
 bool NextAllocationFails()
 {
     if (isLogging) {
@@ -55,6 +59,9 @@ extern "C" char* strdup(const char* text) noexcept
 // Kept from inlining, which would show the compiler a malloc() released by delete.
 __attribute__((noinline)) void* operator new(size_t size)
 {
+    if (isShared && size == sizeof(shared)) {
+        return shared;
+    }
     void* block = NextAllocationFails() ? nullptr : malloc(size);
     if (block == nullptr) {
         throw std::bad_alloc();
@@ -74,8 +81,10 @@ void* operator new(size_t size, const std::nothrow_t& /*tag*/) noexcept
 
 __attribute__((noinline)) void operator delete(void* block) noexcept
 {
-    liveAllocations -= block != nullptr ? 1 : 0;
-    free(block);
+    if (block != nullptr && block != shared) {
+        --liveAllocations;
+        free(block);
+    }
 }
 
 void operator delete(void* block, size_t /*size*/) noexcept { operator delete(block); }
@@ -261,6 +270,30 @@ TEST(Faults, OfEachAllocationLoseNothing)
         }
     }
     EXPECT_GT(failures, 25);
+}
+
+TEST(Faults, OfCopiesLeaveZeroedBytesAndAnEmptyParcel)
+{
+    const auto meta = osal::MediaMeta::Create();
+    osal::MediaMeta target;
+    const LogCapture log;
+    isShared = true;
+    shared[0] = 1;
+    EXPECT_FALSE(meta->SetByteBuffer("b", shared, sizeof(shared)));
+    osal::MediaMeta::ByteBuffer stored{};
+    EXPECT_TRUE(meta->GetByteBuffer("b", stored) && stored.size == sizeof(shared) && stored.data[0] == 0);
+    EXPECT_EQ(nullptr, meta->Copy());
+    EXPECT_FALSE(target.Merge(meta));
+    osal::MediaParam param;
+    EXPECT_EQ(0, param.WriteString("s"));
+    osal::MediaParam copy(param);
+    EXPECT_EQ(-1, copy.WriteInt32(1));
+    EXPECT_EQ(nullptr, copy.ReadString());
+    EXPECT_EQ((LogLines{Error("MediaMeta", "Copy: copy b failed"), Error("MediaMeta", "Merge: Merge b failed"),
+                        Error("MediaParam", "Copy: memcpy failed."),
+                        Error("MediaParam", "WriteFixed failed: ERR_NO_MORE.")}),
+              log.Lines());
+    isShared = false;
 }
 
 TEST(Allocations, AreNotMadeForSlotsAndExistingKeysAndAreReleased)

@@ -233,6 +233,7 @@ TEST_F(MsgQueueTest, StopFinishesTheRunningMessageAndDropsThePendingInOrder)
     EXPECT_EQ((LogLines{REFUSED, StartIgnored("queue")}), mLog.Lines());
 }
 
+// Which destroys the thread object, too.
 TEST_F(MsgQueueTest, CanBeDestroyedByItsOwnWorker)
 {
     auto queue = std::make_unique<MsgQueue>();
@@ -342,11 +343,8 @@ TEST(MsgQueueLoad, LosesNoMessageAndRunsNoneEarly)
 
 TEST(MsgHandlerSchedules, FinishOnceForAllWaiters)
 {
-    struct Handler : MsgHandlerBase {
-        void HandleMsg(int32_t&) override {}
-    };
     ForEachSeed(20, [](unsigned int) {
-        auto handler = std::make_unique<Handler>();
+        auto handler = std::make_unique<Event>();
         std::atomic<int> released{0};
         const auto wait = [&] {
             handler->Wait();

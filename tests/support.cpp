@@ -3,6 +3,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <filesystem>
+#include <mutex>
 #include <sys/prctl.h>
 
 thread_local bool isLogging = false;
@@ -45,19 +46,6 @@ LogLines LogCapture::Lines(const char* tag) const
         }
     }
     return lines;
-}
-
-void Event::Set()
-{
-    const std::lock_guard<std::mutex> lock(mMutex);
-    mSet = true;
-    mCond.notify_all();
-}
-
-void Event::Wait()
-{
-    std::unique_lock<std::mutex> lock(mMutex);
-    mCond.wait(lock, [this] { return mSet; });
 }
 
 std::string ThreadName()

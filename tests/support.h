@@ -1,9 +1,9 @@
 #pragma once
 
+#include "osal/msg_queue.h"
+
 #include <android/log.h>
-#include <condition_variable>
 #include <cstdint>
-#include <mutex>
 #include <optional>
 #include <ostream>
 #include <string>
@@ -40,15 +40,9 @@ public:
 };
 
 // Set once; any number of threads of a simulation may wait for it.
-class Event {
-public:
-    void Set();
-    void Wait();
-
-private:
-    std::mutex mMutex;
-    std::condition_variable mCond;
-    bool mSet = false;
+struct Event : osal::MsgHandlerBase {
+    void HandleMsg(int32_t&) override {}
+    void Set() { NotifyFinished(); }
 };
 
 // The kernel's name of the calling thread.

@@ -80,20 +80,6 @@ TEST_F(ThreadTest, RunsUntilStoppedAndAgainUnderANewName)
     EXPECT_EQ((LogLines{{ANDROID_LOG_WARN, TAG, "SetThreadName: ThreadName can't be empty."}}), log.Lines());
 }
 
-TEST_F(ThreadTest, LetsAWorkerDestroyItsOwnObject)
-{
-    Thread* thread = nullptr;
-    Event isDestroyed;
-    thread = new TestThread([&] {
-        Event& outlivesThis = isDestroyed;
-        delete thread;
-        outlivesThis.Set();  // once: this is not called again
-        return true;
-    });
-    ASSERT_EQ(0, thread->Start("self-destroyer", Thread::PRIORITY_MIN));
-    isDestroyed.Wait();
-}
-
 TEST(ThreadSchedules, EachStopReturnsAfterTheWorkerHasEnded)
 {
     ForEachSeed(80, [](unsigned int) {

@@ -67,11 +67,9 @@ void MediaParam::Copy(const MediaParam* other)
     auto refs = other->mRefs;
 
     if (memcpy_s(data.get(), size, other->mData.get(), size) != 0) {
-        // GCOVR_EXCL_START: the size is MEDIA_PARAM_CAPACITY, which memcpy_s() does not refuse
         Reset();
         LOGE("%s: memcpy failed.", __func__);
         return;
-        // GCOVR_EXCL_STOP
     }
     mData = std::move(data);
     mCapacity = size;
