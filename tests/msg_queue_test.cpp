@@ -243,7 +243,7 @@ TEST_F(MsgQueueTest, CanBeDestroyedByItsOwnWorker)
     };
     ASSERT_EQ(0, queue->Start("doomed", Thread::PRIORITY_MIN));
     EXPECT_EQ(0, queue->QueueMsg(Named("destroyer"), 0));
-    Simulation::LetOthersRun();
+    Named("destroyer")->Wait();
     EXPECT_EQ((Notes{"destroyer", "pending dropped"}), TakeNotes());
 }
 
