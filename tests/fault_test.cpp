@@ -89,6 +89,11 @@ __attribute__((noinline)) void operator delete(void* block) noexcept
 
 void operator delete(void* block, size_t /*size*/) noexcept { operator delete(block); }
 
+// The sanitizers' own do not call the ones above.
+void* operator new[](size_t size) { return operator new(size); }
+void operator delete[](void* block) noexcept { operator delete(block); }
+void operator delete[](void* block, size_t /*size*/) noexcept { operator delete(block); }
+
 namespace {
 
 // Its body ends at once.
