@@ -157,8 +157,8 @@ private:
     bool mStopped;
     std::mutex mMutex;  // guards all fields; locked before the lock of a thread or a handler
     std::condition_variable mCond;  // signalled when a message became the earliest, or mStopped or mThread changed
-    // Pending messages by due time in nanoseconds. The first list may also hold messages of later due times that
-    // have passed, and it is empty after the worker has taken its last message.
+    // Pending messages by due time in nanoseconds. A list whose due time has passed may also hold messages of
+    // later due times that have passed. The first list is empty after the worker has taken its last message.
     std::map<uint64_t, std::list<MsgItem>> mMsgs;
     uint32_t mStops;  // number of completed stops; a waiting Stop() returns when it changes
     uint64_t mNowNs;  // the worker's last reading of the clock; due times up to it have passed

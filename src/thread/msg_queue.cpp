@@ -147,13 +147,17 @@ int32_t MsgQueue::QueueMsg(IMsgHandler* handler, uint64_t delayNs)
     if (mStopped) {
         return RefuseMsg();
     }
-    // If all pending messages are known to be due, a message without delay belongs behind them, as a new reading
-    // of the clock would show.
-    const bool isClockNeeded = delayNs != 0 || (!mMsgs.empty() && mMsgs.rbegin()->first > mNowNs);
-    const uint64_t dueNs = isClockNeeded ? NowNs() + delayNs : mNowNs;
-    const auto position = mMsgs.try_emplace(mMsgs.end(), dueNs);
-    position->second.splice(position->second.end(), message);
-    if (position == mMsgs.begin()) {
+    auto position = mMsgs.end();
+    if (delayNs == 0 && !mMsgs.empty() && mMsgs.rbegin()->first <= mNowNs) {
+        --position;  // all pending messages are known to be due, and this one belongs behind them
+    } else {
+        const bool isFirst = delayNs == 0 && mMsgs.empty();  // due at any reading of the clock
+        position = mMsgs.try_emplace(position, isFirst ? mNowNs : NowNs() + delayNs);
+    }
+    std::list<MsgItem>& items = position->second;
+    items.splice(items.end(), message);
+    // Otherwise a message that is due no later has woken the worker, or will.
+    if (position == mMsgs.begin() && items.size() == 1) {
         mCond.notify_all();
     }
     return 0;
