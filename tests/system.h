@@ -1,7 +1,7 @@
 #pragma once
 
-// Calls of the system whose place the test programs take, for the library too: each can be made to fail, and a
-// simulation decides which thread runs and what time it is.
+// Replacements for calls of the system, which the test programs and the library use: calls can be made to fail,
+// and a simulation decides which thread runs and what time it is.
 
 #include <cstdint>
 #include <cstdlib>
@@ -9,29 +9,28 @@
 #include <pthread.h>
 #include <string>
 
-// Makes `call` fail with `error` until the next FailCall(); null ends it. Calls with several commands are named
-// "fcntl add", "fcntl get" and "fcntl dup".
+// Makes `call` fail with `error` until the next FailCall(); null ends this. "fcntl" fails only when it adds a
+// seal.
 void FailCall(const char* call, int error = 0);
 
-// While an object of it lives, one thread runs at a time, and the clocks stand still while any can: time jumps to
-// the next deadline when all threads wait. So what is due in an hour runs at once, and at exactly its due time.
-// A wait that nothing is left to end fails at once: the program ends and says what each thread waits for.
+// While such an object exists, only one thread runs at a time. The clocks stand still while any thread can run;
+// when all threads wait, time jumps to the next deadline. So a message that is due in an hour runs at once, and
+// exactly at its due time. If nothing can end a wait, the program ends at once and says what each thread waits
+// for.
 //
-// Made and destroyed on the test's thread, when no other thread of the test exists. No priority is really set.
+// Created and destroyed on the thread of the test, when the test has no other thread. No priority is really set.
 class Simulation {
 public:
-    // A thread runs until it waits, or, with a seed, any that can run goes on at each lock, wait, notification,
-    // creation and end of a thread; even seeds bring wake-ups for no reason, too. The same seed gives the same
-    // order.
+    // Without a seed, a thread runs until it waits. With a seed, any thread that can run continues at each lock,
+    // wait, notification, creation and end of a thread, and even seeds also bring wake-ups without a reason. The
+    // same seed gives the same order.
     explicit Simulation(unsigned int seed = 0);
     ~Simulation();
-    Simulation(const Simulation&) = delete;
-    Simulation& operator=(const Simulation&) = delete;
 
     static uint64_t NowNs();
-    // Returns when each of the other threads waits for something, before time moves.
+    // Returns when all other threads wait, before time moves.
     static void LetOthersRun();
-    // Moves the wall clock, which otherwise runs with the monotonic one.
+    // Sets the wall clock forward or back. Otherwise it runs with the monotonic clock.
     static void MoveWallClock(int64_t byNs);
     // How many waits for a condition have begun so far.
     static int Waits();
@@ -41,12 +40,12 @@ public:
         int policy;
         int priority;
     };
-    // What pthread_setschedparam() was asked for last.
+    // The arguments of the last pthread_setschedparam().
     static Scheduling LastScheduling();
 };
 
-// Runs `body` in `count` simulations of different order, until one fails. OSAL_TEST_SEED=n repeats the one of seed
-// n.
+// Runs `body` in `count` simulations of different order, until one fails. OSAL_TEST_SEED=n repeats the simulation
+// with seed n.
 template <typename Body>
 void ForEachSeed(unsigned int count, Body body)
 {
