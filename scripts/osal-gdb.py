@@ -175,7 +175,7 @@ class QueueView(View):
         yield "mNowNs", queue["mNowNs"]
         entries = elements(queue["mMsgs"])
         for due_ns in entries:
-            # The worker may have put messages into the first list that were due later, but not after mNowNs.
+            # A list whose due time has passed may also hold messages that were due later.
             after_ns = int(due_ns) - int(queue["mNowNs"])
             for message in elements(next(entries)):
                 yield f"due {after_ns / 1e6:+.3f} ms", object_at(message["mHandler"])

@@ -50,7 +50,7 @@ TEST(Memfd, TellsRegionsFromOtherDescriptors)
     setrlimit(RLIMIT_NOFILE, &limit);
     close(1);
     const int lowest = osal::MemfdCreateRegion("region", 1);  // a region is never descriptor 0
-    const bool isLowestValid = osal::MemfdIsValid(lowest);
+    const bool isLowestValid = osal::MemfdIsValid(lowest) && fcntl(lowest, F_GETFD) == 0;
     const bool isZeroOpen = fcntl(0, F_GETFD) != -1;
     dup2(lowest, 0);
     dup2(kept[1], 1);
@@ -63,6 +63,7 @@ TEST(Memfd, TellsRegionsFromOtherDescriptors)
     for (const int fd : {0, -1, CLOSED, regular}) {
         EXPECT_FALSE(osal::MemfdIsValid(fd));
         EXPECT_EQ(-1, osal::MemfdGetRegionSize(fd));
+        EXPECT_EQ(-1, osal::MemfdSetProtRegion(fd, -1));  // logs nothing
         EXPECT_EQ(-1, osal::MemfdSetProtRegion(fd, PROT_READ | PROT_WRITE));
         expected.insert(expected.end(), 3, Error("Invalid memfd: " + std::to_string(fd)));
     }
@@ -81,7 +82,7 @@ TEST(Memfd, CreatesRegionsThatSurviveExecAndCanBeWriteProtectedForGood)
     EXPECT_EQ(0, fcntl(region.fd, F_GETFD));
     const int sealsBefore = fcntl(region.fd, F_GET_SEALS);
     EXPECT_EQ(-1, osal::MemfdSetProtRegion(region.fd, 0));
-    EXPECT_EQ(0, osal::MemfdSetProtRegion(region.fd, PROT_READ | PROT_WRITE));
+    EXPECT_EQ(0, osal::MemfdSetProtRegion(region.fd, PROT_WRITE));
     const LogLines skipped{{ANDROID_LOG_DEBUG, "Memoryfd", "Only proceed if the fd needs to be write-protected."}};
     EXPECT_EQ(skipped, log.Lines());
     EXPECT_EQ(sealsBefore, fcntl(region.fd, F_GET_SEALS));
@@ -89,6 +90,7 @@ TEST(Memfd, CreatesRegionsThatSurviveExecAndCanBeWriteProtectedForGood)
         EXPECT_EQ(0, osal::MemfdSetProtRegion(region.fd, prot));
         EXPECT_EQ(sealsBefore | 0x10, fcntl(region.fd, F_GET_SEALS));  // F_SEAL_FUTURE_WRITE, and no other
     }
+    EXPECT_TRUE(fcntl(region.fd, F_ADD_SEALS, F_SEAL_SEAL) == 0 && osal::MemfdIsValid(region.fd));
 }
 
 TEST(Memfd, GivesNoWrongSize)

@@ -120,6 +120,7 @@ TEST_F(MsgQueueTest, RefusesMessagesUnlessStartedAndStartsAgainAfterStop)
         mQueue.RemoveMsg(Named("handler"));
         mQueue.Stop();
         Start(name);
+        EXPECT_EQ(-1, mQueue.GetThreadId());  // the worker has not begun
         EXPECT_EQ(-38, mQueue.QueueMsg(nullptr, 0));
         EXPECT_EQ(0, mQueue.Start("ignored", Thread::PRIORITY_MAX));
         Queue("handler", 0);
@@ -197,7 +198,10 @@ TEST_F(MsgQueueTest, RunsManyDueTimesInOrderAndRemovesAmongThem)
 TEST_F(MsgQueueTest, StopFinishesTheRunningMessageAndDropsThePendingInOrder)
 {
     Start();
-    QueueParked([this] { EXPECT_EQ(-17, mQueue.Start("from the old worker", Thread::PRIORITY_MIN)); });
+    QueueParked([this] {
+        EXPECT_EQ(-17, mQueue.Start("from the old worker", Thread::PRIORITY_MIN));
+        Note("end");
+    });
     Queue("c", 2 * HOUR_NS);
     for (const char* name : {"b", "a", "a"}) {
         Queue(name, HOUR_NS);
@@ -227,7 +231,7 @@ TEST_F(MsgQueueTest, StopFinishesTheRunningMessageAndDropsThePendingInOrder)
     Simulation::LetOthersRun();
     Notes notes = TakeNotes();
     std::sort(notes.end() - 4, notes.end() - 1);  // the order of these is open
-    EXPECT_EQ((Notes{"parked", "b dropped", "a dropped", "a dropped", "b dropped", "a dropped", "a dropped",
+    EXPECT_EQ((Notes{"parked", "end", "b dropped", "a dropped", "a dropped", "b dropped", "a dropped", "a dropped",
                      "c dropped", "started", "stopped", "stopped", "c"}),
               notes);
     EXPECT_EQ((LogLines{REFUSED, StartIgnored("queue")}), mLog.Lines());
@@ -245,6 +249,7 @@ TEST_F(MsgQueueTest, CanBeDestroyedByItsOwnWorker)
     EXPECT_EQ(0, queue->QueueMsg(Named("destroyer"), 0));
     Named("destroyer")->Wait();
     EXPECT_EQ((Notes{"destroyer", "pending dropped"}), TakeNotes());
+    EXPECT_EQ(2U, mLog.Lines("NuThread").size());  // refused stops: of the queue and of its thread
 }
 
 namespace {
@@ -333,6 +338,25 @@ TEST(MsgQueueSchedules, ConserveEachMessageAndRunItInTime)
     ForEachSeed(80, [](unsigned int seed) { UseFromManySides(seed, 1, true); });
 }
 
+TEST(MsgQueueSchedules, EachStopReturnsAfterTheDropAndAStartWaits)
+{
+    ForEachSeed(40, [](unsigned int) {
+        Message pending;
+        MsgQueue queue;
+        const auto start = [&] { EXPECT_EQ(0, queue.Start("queue", Thread::PRIORITY_MIN)); };
+        const auto stop = [&] {
+            queue.Stop();
+            EXPECT_EQ(1, pending.ends);
+        };
+        start();
+        EXPECT_EQ(0, queue.QueueMsg(&pending, HOUR_NS));
+        std::thread threads[] = {std::thread(stop), std::thread(start), std::thread(stop)};
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+    });
+}
+
 // With the clock and the scheduler of the system.
 TEST(MsgQueueLoad, LosesNoMessageAndRunsNoneEarly)
 {
@@ -357,8 +381,11 @@ TEST(MsgHandlerSchedules, FinishOnceForAllWaiters)
         for (std::thread& waiter : waiters) {
             waiter.join();
         }
+        notifier.join();
+        handler = std::make_unique<Event>();
+        std::thread another([shared = handler.get()] { shared->NotifyFinished(); });
         handler->Wait();
         handler.reset();  // at once
-        notifier.join();
+        another.join();
     });
 }

@@ -6,7 +6,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <memcpy_s.h>
-#include <thread>
 #include <unistd.h>
 #include <utils/CallStack.h>
 
@@ -28,22 +27,6 @@ TEST(Log, WritesTheColumnsOfThreadtime)
                              std::to_string(getpid()) + " +" + std::to_string(gettid());
     EXPECT_THAT(testing::internal::GetCapturedStderr(),
                 testing::MatchesRegex(head + " W Tag     : text=5\n" + head + " [?]         : \n"));
-}
-
-// The C library writes such lines in parts.
-TEST(Log, KeepsLongLinesOfTwoThreadsWhole)
-{
-    const auto write = [](char byte) {
-        for (int i = 0; i < 400; ++i) {
-            __android_log_print(ANDROID_LOG_INFO, "T", "%s", std::string(20'000, byte).c_str());
-        }
-    };
-    testing::internal::CaptureStderr();
-    std::thread other(write, 'a');
-    write('b');
-    other.join();
-    const std::string text = testing::internal::GetCapturedStderr();
-    EXPECT_TRUE(text.find("ab") == std::string::npos && text.find("ba") == std::string::npos);
 }
 
 // Each asm statement keeps the call before it from becoming a jump, which leaves no frame.

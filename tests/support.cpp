@@ -1,5 +1,6 @@
 #include "support.h"
 
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <filesystem>
@@ -27,6 +28,7 @@ extern "C" int __android_log_print(int prio, const char* tag, const char* fmt, .
     isLogging = true;
     logLines.push_back({prio, tag != nullptr ? std::optional<std::string>(tag) : std::nullopt, text});
     isLogging = false;
+    errno = 0;  // the library may not rely on it
     return size;
 }
 

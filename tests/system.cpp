@@ -176,11 +176,10 @@ int Lock(pthread_mutex_t* mutex)
     return result;
 }
 
-int Unlock(pthread_mutex_t* mutex)
+void Unlock(pthread_mutex_t* mutex)
 {
-    const int result = REAL(pthread_mutex_unlock)(mutex);
+    REAL(pthread_mutex_unlock)(mutex);
     WakeAt(AT_LOCK, mutex, true);
-    return result;
 }
 
 int WaitForCondition(pthread_cond_t* cond, pthread_mutex_t* mutex, uint64_t deadlineNs)
@@ -306,7 +305,7 @@ extern "C" {
 
 // clang-format off
 SIMULATE(pthread_mutex_lock, (pthread_mutex_t* mutex) noexcept, (mutex), (Switch(), Lock(mutex)))
-SIMULATE(pthread_mutex_unlock, (pthread_mutex_t* mutex) noexcept, (mutex), Unlock(mutex))
+SIMULATE(pthread_mutex_unlock, (pthread_mutex_t* mutex) noexcept, (mutex), (Unlock(mutex), Switch(), 0))
 SIMULATE(pthread_cond_wait, (pthread_cond_t* cond, pthread_mutex_t* mutex), (cond, mutex), WaitForCondition(cond, mutex, NEVER))
 SIMULATE(pthread_cond_timedwait, (pthread_cond_t* cond, pthread_mutex_t* mutex, const timespec* deadline),
          (cond, mutex, deadline), WaitForCondition(cond, mutex, DeadlineNs(deadline, CLOCK_REALTIME)))

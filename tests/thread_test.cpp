@@ -7,6 +7,7 @@
 #include <atomic>
 #include <functional>
 #include <gtest/gtest.h>
+#include <sys/prctl.h>
 #include <thread>
 
 using osal::Thread;
@@ -36,7 +37,8 @@ TEST_F(ThreadTest, NamesItsWorkerAndSetsItsPriority)
     std::atomic<int> runs{0};
     TestThread thread([&] {
         EXPECT_EQ(osal::GetTid(), self->GetId());
-        EXPECT_EQ("worker-with-a-l", ThreadName());
+        EXPECT_NE(1, prctl(PR_GET_TIMERSLACK));
+        EXPECT_EQ("worker-named-\xE2\x99", ThreadName());
         const auto scheduling = Simulation::LastScheduling();
         EXPECT_TRUE(pthread_equal(pthread_self(), scheduling.thread) != 0 && scheduling.policy == SCHED_FIFO);
         EXPECT_EQ(3, scheduling.priority);
@@ -45,14 +47,15 @@ TEST_F(ThreadTest, NamesItsWorkerAndSetsItsPriority)
     self = &thread;
     EXPECT_EQ(-1, thread.GetId());
     thread.Stop();
-    ASSERT_EQ(0, thread.Start("worker-with-a-long-name", static_cast<Thread::Priority>(3)));
+    ASSERT_EQ(0, thread.Start("worker-named-\xE2\x99\xAB", static_cast<Thread::Priority>(3)));
+    EXPECT_EQ(-17, thread.Start("another", Thread::PRIORITY_MAX));
     EXPECT_EQ(-1, thread.GetId());  // the worker has not begun
     Simulation::LetOthersRun();
     EXPECT_EQ(3, runs);
     EXPECT_EQ(-17, thread.Start("another", Thread::PRIORITY_MIN));
     EXPECT_NE(-1, thread.GetId());  // the worker has ended, but nobody has stopped it
-    EXPECT_EQ((LogLines{{ANDROID_LOG_INFO, TAG, "Start:  Thread worker-with-a-long-name is not stop, ignore!"}}),
-              log.Lines());
+    const LogLine ignored{ANDROID_LOG_INFO, TAG, "Start:  Thread worker-named-\xE2\x99\xAB is not stop, ignore!"};
+    EXPECT_EQ((LogLines{ignored, ignored}), log.Lines());
 }  // stopped by its destructor
 
 TEST_F(ThreadTest, RunsUntilStoppedAndAgainUnderANewName)
@@ -106,12 +109,14 @@ TEST(ThreadSchedules, EachStopReturnsAfterTheWorkerHasEnded)
         std::thread second(stop);
         Simulation::LetOthersRun();
         EXPECT_EQ(id, thread.GetId());
+        EXPECT_EQ(-17, thread.Start("another", Thread::PRIORITY_MIN));
         release.Set();
         stop();
         EXPECT_EQ(-1, thread.GetId());
         first.join();
         second.join();
-        EXPECT_EQ((LogLines{{ANDROID_LOG_WARN, TAG, "Stop: Thread stopped is not allowed to stop itself"}}),
+        EXPECT_EQ((LogLines{{ANDROID_LOG_INFO, TAG, "Start:  Thread stopped is not stop, ignore!"},
+                            {ANDROID_LOG_WARN, TAG, "Stop: Thread stopped is not allowed to stop itself"}}),
                   log.Lines());
     });
 }

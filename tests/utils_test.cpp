@@ -37,13 +37,14 @@ TEST(Clocks, AreReadInMicrosecondsAndReportedWithoutTagIfUnknown)
 TEST(ThreadUtils, IdentifyThreadsAndSetThePriorityOfAnother)
 {
     EXPECT_EQ(getpid(), osal::GetTid());
+    EXPECT_EXIT(_exit(osal::GetTid() - getpid()), testing::ExitedWithCode(0), "");  // in a child process
     EXPECT_EQ(static_cast<long>(pthread_self()), osal::GetThreadId());
     const Simulation simulation;
     std::thread other([] { EXPECT_NE(getpid(), osal::GetTid()); });
-    EXPECT_EQ(0, osal::SetThreadPriority(static_cast<long>(other.native_handle()), 99));
+    EXPECT_EQ(0, osal::SetThreadPriority(static_cast<long>(other.native_handle()), 100));  // passed on as it is
     const auto scheduling = Simulation::LastScheduling();
     EXPECT_NE(0, pthread_equal(other.native_handle(), scheduling.thread));
-    EXPECT_TRUE(scheduling.policy == SCHED_FIFO && scheduling.priority == 99);
+    EXPECT_TRUE(scheduling.policy == SCHED_FIFO && scheduling.priority == 100);
     other.join();
 }
 

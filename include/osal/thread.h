@@ -48,9 +48,10 @@ class OSAL_API Thread {
 public:
     /// A priority for SCHED_FIFO, passed to the system unchanged. Every integer from 1 to 99 may be cast to it.
     ///
-    /// Without the right to real-time scheduling, the worker logs an error and a warning and keeps the scheduling
-    /// of the thread that called Start(). The timer slack of this worker is 1 ns: its waits are not prolonged to
-    /// save power. Threads that Run() creates inherit the scheduling and the timer slack of the worker.
+    /// If the system refuses the priority, as it does without the right to real-time scheduling, the worker logs an
+    /// error and a warning and keeps the scheduling of the thread that called Start(). The timer slack of this
+    /// worker is then 1 ns: its waits are not prolonged to save power. Threads that Run() creates inherit the
+    /// scheduling and the timer slack of the worker.
     enum Priority : int {
         PRIORITY_MIN = 1,  ///< The lowest real-time priority, which is above all ordinary threads.
         PRIORITY_DEFAULT = 10,  ///< For workers without special needs.
