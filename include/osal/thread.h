@@ -48,8 +48,8 @@ class OSAL_API Thread {
 public:
     /// A priority for SCHED_FIFO, passed to the system unchanged. Every integer from 1 to 99 may be cast to it.
     ///
-    /// If the system refuses the priority, as it does without the right to real-time scheduling, the worker logs an
-    /// error and a warning and keeps the scheduling of the thread that called Start(). The timer slack of this
+    /// If the system refuses the priority, as it does without the right to real-time scheduling, the worker logs
+    /// an error and a warning and keeps the scheduling of the thread that called Start(). The timer slack of this
     /// worker is then 1 ns: its waits are not prolonged to save power. Threads that Run() creates inherit the
     /// scheduling and the timer slack of the worker.
     enum Priority : int {
