@@ -104,10 +104,6 @@ struct BriefThread : osal::Thread {
     std::atomic<int> timerSlackNs{0};
 };
 
-struct Handler : osal::MsgHandlerBase {
-    void HandleMsg(int32_t&) override { NotifyFinished(); }
-};
-
 LogLine Error(const char* tag, const std::string& text) { return {ANDROID_LOG_ERROR, tag, text}; }
 
 }  // namespace
@@ -118,7 +114,7 @@ TEST(Faults, OfTheSystemAreReportedAndTheCallsCanBeRepeated)
     const Simulation simulation;
     BriefThread thread;
     osal::MsgQueue queue;
-    Handler handler;
+    Event handler;
     const LogCapture log;
     FailCall("fcntl", EPERM);
     EXPECT_EQ(-1, osal::MemfdSetProtRegion(region, PROT_READ));
@@ -182,7 +178,7 @@ struct State {
     osal::MediaMeta target;
     osal::MediaParam parcel;
     BriefThread thread;
-    Handler handler;  // outlives the queues, which may still hold its message
+    Event handler;  // outlives the queues, which may still hold its message
     osal::MsgQueue queue;
     osal::MsgQueue idle;
 };
@@ -209,7 +205,7 @@ const std::function<bool(State&)> OPERATIONS[] = {
         parcel.WriteString("text");
         return state.target.ReadFromMediaParam(&parcel);
     },
-    // The ones before copy strings, those behind copy none.
+    // The operations above copy strings, the operations below copy none.
     [](State& state) { return state.thread.Start(LONG_TEXT, osal::Thread::PRIORITY_MIN) == 0; },
     [](State& state) { return state.idle.Start(LONG_TEXT, osal::Thread::PRIORITY_MIN) == 0; },
     [](State& state) { return state.queue.QueueMsg(&state.handler, HOUR_NS) == 0; },

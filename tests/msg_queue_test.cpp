@@ -237,7 +237,7 @@ TEST_F(MsgQueueTest, StopFinishesTheRunningMessageAndDropsThePendingInOrder)
     EXPECT_EQ((LogLines{REFUSED, StartIgnored("queue")}), mLog.Lines());
 }
 
-// Which destroys the thread object, too.
+// The thread object is destroyed on its own worker, too.
 TEST_F(MsgQueueTest, CanBeDestroyedByItsOwnWorker)
 {
     auto queue = std::make_unique<MsgQueue>();
@@ -275,8 +275,7 @@ struct Message : MsgHandlerBase {
         MsgHandlerBase::NotifyFinished();
     }
 
-    Due* lastDue =
-        nullptr;  // of the message of this producer that ran before, in a simulation; for the worker alone
+    Due* lastDue = nullptr;  // in a simulation: of the last message of this producer that ran; used by the worker
     int64_t dueNs = 0;
     int expectedEnds = 0;
     std::atomic<int> ends{0};

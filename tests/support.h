@@ -39,9 +39,9 @@ public:
     LogLines Lines(const char* tag = nullptr) const;
 };
 
-// Set once; any number of threads of a simulation may wait for it.
+// Set once, also by a queue that runs it; any number of threads of a simulation may wait for it.
 struct Event : osal::MsgHandlerBase {
-    void HandleMsg(int32_t&) override {}
+    void HandleMsg(int32_t&) override { Set(); }
     void Set() { NotifyFinished(); }
 };
 
