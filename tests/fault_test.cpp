@@ -104,8 +104,6 @@ struct BriefThread : osal::Thread {
     std::atomic<int> timerSlackNs{0};
 };
 
-LogLine Error(const char* tag, const std::string& text) { return {ANDROID_LOG_ERROR, tag, text}; }
-
 }  // namespace
 
 TEST(Faults, OfTheSystemAreReportedAndTheCallsCanBeRepeated)
@@ -144,20 +142,18 @@ TEST(Faults, OfTheSystemAreReportedAndTheCallsCanBeRepeated)
     handler.Wait();
     EXPECT_EQ(0, osal::MemfdSetProtRegion(region, PROT_READ));
     const std::string fd = std::to_string(region);
-    const std::string sealFailed = "MemfdSetProtRegion(" + fd + ", 1): F_SEAL_FUTURE_WRITE seal failed: ";
-    const std::string failed = "SetThreadPriority: pthread_";
-    EXPECT_EQ((LogLines{Error("Memoryfd", sealFailed + "1."),
-                        Error("Memoryfd", sealFailed + "22."),
-                        Error("Memoryfd", "The kernel does not support this function."),
-                        Error("Memoryfd", "MemfdGetRegionSize(" + fd + "): fstat failed: 75."),
-                        Error("NuThread", failed + "getschedparam failed: 3, No such process"),
-                        Error("NuThread", "Start: Create thread t failed!"),
-                        Error("NuThread", "Start: Create thread t failed!"),
-                        Error("MsgQueue", "QueueMsg: QueueMsg thread not start!"),
-                        Error("NuThread", failed + "setschedparam failed: 1, Operation not permitted"),
-                        {ANDROID_LOG_WARN, "NuThread",
-                         "t, SetThreadPriority ret:1, mId:" + std::to_string(thread.GetId())}}),
-              log.Lines());
+    const std::string sealFailed =
+        "E Memoryfd: MemfdSetProtRegion(" + fd + ", 1): F_SEAL_FUTURE_WRITE seal failed: ";
+    const std::string failed = "E NuThread: SetThreadPriority: pthread_";
+    EXPECT_EQ(
+        (LogLines{sealFailed + "1.", sealFailed + "22.", "E Memoryfd: The kernel does not support this function.",
+                  "E Memoryfd: MemfdGetRegionSize(" + fd + "): fstat failed: 75.",
+                  failed + "getschedparam failed: 3, No such process",
+                  "E NuThread: Start: Create thread t failed!", "E NuThread: Start: Create thread t failed!",
+                  "E MsgQueue: QueueMsg: QueueMsg thread not start!",
+                  failed + "setschedparam failed: 1, Operation not permitted",
+                  "W NuThread: t, SetThreadPriority ret:1, mId:" + std::to_string(thread.GetId())}),
+        log.Lines());
     close(region);
 }
 
@@ -248,7 +244,7 @@ TEST(Faults, OfEachAllocationLoseNothing)
                 ++failures;
                 const bool isString = !isThrown && i < STRING_OPERATIONS;
                 EXPECT_EQ(isString ? 1 : 0,
-                          std::count(lines.begin(), lines.end(), Error("MediaMeta", "fail to alloc mem for str")));
+                          std::count(lines.begin(), lines.end(), "E MediaMeta: fail to alloc mem for str"));
                 EXPECT_EQ(before, DumpOf(*state.source));
             }
             // No entry is left without its string or bytes.
@@ -284,9 +280,8 @@ TEST(Faults, OfCopiesLeaveZeroedBytesAndAnEmptyParcel)
     copy = param;
     EXPECT_EQ(-1, copy.WriteInt32(1));
     EXPECT_EQ(nullptr, copy.ReadString());
-    EXPECT_EQ((LogLines{Error("MediaMeta", "Copy: copy b failed"), Error("MediaMeta", "Merge: Merge b failed"),
-                        Error("MediaParam", "Copy: memcpy failed."),
-                        Error("MediaParam", "WriteFixed failed: ERR_NO_MORE.")}),
+    EXPECT_EQ((LogLines{"E MediaMeta: Copy: copy b failed", "E MediaMeta: Merge: Merge b failed",
+                        "E MediaParam: Copy: memcpy failed.", "E MediaParam: WriteFixed failed: ERR_NO_MORE."}),
               log.Lines());
     isShared = false;
 }

@@ -54,9 +54,9 @@ TEST(MediaMeta, CopiesBytesIntoANewBlockAndLogsBadArguments)
     meta.Dump();
     EXPECT_FALSE(meta.SetByteBuffer(key, gBytes, 0));
     EXPECT_FALSE(meta.SetByteBuffer(key, nullptr, 4));
-    EXPECT_EQ("(b, bytebuffer(" + Address(own.data) + ", 5))", log.Lines()[1].text);
-    EXPECT_EQ("name " + Address(key) + ", data " + Address(gBytes) + ", size 0", log.Lines()[2].text);
-    EXPECT_EQ("name " + Address(key) + ", data (nil), size 4", log.Lines()[3].text);
+    EXPECT_EQ("D MediaMeta: (b, bytebuffer(" + Address(own.data) + ", 5))", log.Lines()[1]);
+    EXPECT_EQ("E MediaMeta: name " + Address(key) + ", data " + Address(gBytes) + ", size 0", log.Lines()[2]);
+    EXPECT_EQ("E MediaMeta: name " + Address(key) + ", data (nil), size 4", log.Lines()[3]);
 
     own.size = (1ULL << 32) + 3;
     uint8_t* data = nullptr;

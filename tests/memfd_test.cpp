@@ -10,7 +10,7 @@
 
 namespace {
 
-LogLine Error(const std::string& text) { return {ANDROID_LOG_ERROR, "Memoryfd", text}; }
+std::string Error(const std::string& text) { return "E Memoryfd: " + text; }
 
 struct Region {
     explicit Region(unsigned long size) : fd(osal::MemfdCreateRegion("region", size)) { EXPECT_GE(fd, 1); }
@@ -83,8 +83,7 @@ TEST(Memfd, CreatesRegionsThatSurviveExecAndCanBeWriteProtectedForGood)
     const int sealsBefore = fcntl(region.fd, F_GET_SEALS);
     EXPECT_EQ(-1, osal::MemfdSetProtRegion(region.fd, 0));
     EXPECT_EQ(0, osal::MemfdSetProtRegion(region.fd, PROT_WRITE));
-    const LogLines skipped{{ANDROID_LOG_DEBUG, "Memoryfd", "Only proceed if the fd needs to be write-protected."}};
-    EXPECT_EQ(skipped, log.Lines());
+    EXPECT_EQ(LogLines{"D Memoryfd: Only proceed if the fd needs to be write-protected."}, log.Lines());
     EXPECT_EQ(sealsBefore, fcntl(region.fd, F_GET_SEALS));
     for (const int prot : {PROT_READ, PROT_READ | PROT_EXEC, PROT_READ | PROT_WRITE}) {
         EXPECT_EQ(0, osal::MemfdSetProtRegion(region.fd, prot));

@@ -195,8 +195,11 @@ struct ModelParam {
 // What the library should have logged in this step.
 LogLines modelLog;
 
-void Error(std::string text, const char* tag = "MediaMeta") { modelLog.push_back({ANDROID_LOG_ERROR, tag, text}); }
-void Debug(std::string text) { modelLog.push_back({ANDROID_LOG_DEBUG, "MediaMeta", text}); }
+void Error(const std::string& text, const std::string& tag = "MediaMeta")
+{
+    modelLog.push_back("E " + tag + ": " + text);
+}
+void Debug(const std::string& text) { modelLog.push_back("D MediaMeta: " + text); }
 
 bool Set(ModelMeta& meta, const char* key, int32_t type, const Image& image)
 {
@@ -392,10 +395,10 @@ Image RandomImage(const Type& type, Choices& choices, bool mayBeNull = false)
 // The model cannot know the addresses of keys and buffers inside a container: "0x" stands for them.
 LogLines WithoutAddresses(LogLines lines)
 {
-    for (LogLine& line : lines) {
+    for (std::string& line : lines) {
         for (const char* const before : {"name 0x", "data 0x", "bytebuffer(0x"}) {
-            if (const size_t begin = line.text.find(before); begin != std::string::npos) {
-                line.text.replace(begin, line.text.find_first_of(",)", begin) - begin, before);
+            if (const size_t begin = line.find(before); begin != std::string::npos) {
+                line.replace(begin, line.find_first_of(",)", begin) - begin, before);
             }
         }
     }

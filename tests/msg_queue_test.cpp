@@ -20,12 +20,11 @@ using osal::Thread;
 
 namespace {
 
-constexpr const char* TAG = "MsgQueue";
-const LogLine REFUSED{ANDROID_LOG_ERROR, TAG, "QueueMsg: QueueMsg thread not start!"};
+constexpr const char* REFUSED = "E MsgQueue: QueueMsg: QueueMsg thread not start!";
 
-LogLine StartIgnored(const std::string& name)
+std::string StartIgnored(const std::string& name)
 {
-    return {ANDROID_LOG_INFO, TAG, "Start: MsgProcessor " + name + " is not stop, ignored!"};
+    return "I MsgQueue: Start: MsgProcessor " + name + " is not stop, ignored!";
 }
 
 using Notes = std::vector<std::string>;
@@ -130,9 +129,8 @@ TEST_F(MsgQueueTest, RefusesMessagesUnlessStartedAndStartsAgainAfterStop)
         const auto scheduling = Simulation::LastScheduling();
         EXPECT_TRUE(pthread_equal(worker, scheduling.thread) != 0 && scheduling.priority == 7);
         mQueue.Stop();
-        const LogLine refusedStop{ANDROID_LOG_WARN, "NuThread",
-                                  "Stop: Thread " + name + " is not allowed to stop itself"};
-        expected.insert(expected.end(), {REFUSED, StartIgnored(name), refusedStop});
+        expected.insert(expected.end(), {REFUSED, StartIgnored(name),
+                                         "W NuThread: Stop: Thread " + name + " is not allowed to stop itself"});
     }
     EXPECT_EQ(expected, mLog.Lines());
 }

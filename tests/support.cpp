@@ -1,5 +1,6 @@
 #include "support.h"
 
+#include <android/log.h>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
@@ -26,7 +27,7 @@ extern "C" int __android_log_print(int prio, const char* tag, const char* fmt, .
     va_end(args);
     const std::lock_guard<std::mutex> lock(logMutex);
     isLogging = true;
-    logLines.push_back({prio, tag != nullptr ? std::optional<std::string>(tag) : std::nullopt, text});
+    logLines.push_back(std::string(1, "??VDIWEF"[prio]) + " " + (tag != nullptr ? tag : "(null)") + ": " + text);
     isLogging = false;
     errno = 0;  // the library may not rely on it
     return size;
@@ -38,12 +39,12 @@ LogCapture::LogCapture()
     LogLines().swap(logLines);
 }
 
-LogLines LogCapture::Lines(const char* tag) const
+LogLines LogCapture::Lines(const std::string& part) const
 {
     const std::lock_guard<std::mutex> lock(logMutex);
     LogLines lines;
-    for (const LogLine& line : logLines) {
-        if (tag == nullptr || line.tag == tag) {
+    for (const std::string& line : logLines) {
+        if (line.find(part) != std::string::npos) {
             lines.push_back(line);
         }
     }

@@ -14,8 +14,6 @@ using osal::Thread;
 
 namespace {
 
-constexpr const char* TAG = "NuThread";
-
 // Calls a function in Run(), in a simulation. Without Stop() in its destructor, so a test stops it or lets it end.
 struct TestThread : Thread {
     explicit TestThread(std::function<bool()> function) : body(std::move(function)) {}
@@ -54,7 +52,7 @@ TEST_F(ThreadTest, NamesItsWorkerAndSetsItsPriority)
     EXPECT_EQ(3, runs);
     EXPECT_EQ(-17, thread.Start("another", Thread::PRIORITY_MIN));
     EXPECT_NE(-1, thread.GetId());  // the worker has ended, but nobody has stopped it
-    const LogLine ignored{ANDROID_LOG_INFO, TAG, "Start:  Thread worker-named-\xE2\x99\xAB is not stop, ignore!"};
+    const char* const ignored = "I NuThread: Start:  Thread worker-named-\xE2\x99\xAB is not stop, ignore!";
     EXPECT_EQ((LogLines{ignored, ignored}), log.Lines());
 }  // stopped by its destructor
 
@@ -80,7 +78,7 @@ TEST_F(ThreadTest, RunsUntilStoppedAndAgainUnderANewName)
         EXPECT_EQ(2, runs);
         EXPECT_EQ(name.empty() ? ThreadName() : name, seenName);
     }
-    EXPECT_EQ((LogLines{{ANDROID_LOG_WARN, TAG, "SetThreadName: ThreadName can't be empty."}}), log.Lines());
+    EXPECT_EQ(LogLines{"W NuThread: SetThreadName: ThreadName can't be empty."}, log.Lines());
 }
 
 TEST(ThreadSchedules, EachStopReturnsAfterTheWorkerHasEnded)
@@ -115,8 +113,8 @@ TEST(ThreadSchedules, EachStopReturnsAfterTheWorkerHasEnded)
         EXPECT_EQ(-1, thread.GetId());
         first.join();
         second.join();
-        EXPECT_EQ((LogLines{{ANDROID_LOG_INFO, TAG, "Start:  Thread stopped is not stop, ignore!"},
-                            {ANDROID_LOG_WARN, TAG, "Stop: Thread stopped is not allowed to stop itself"}}),
+        EXPECT_EQ((LogLines{"I NuThread: Start:  Thread stopped is not stop, ignore!",
+                            "W NuThread: Stop: Thread stopped is not allowed to stop itself"}),
                   log.Lines());
     });
 }
