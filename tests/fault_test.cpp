@@ -15,6 +15,7 @@
 #include <cstring>
 #include <functional>
 #include <gtest/gtest.h>
+#include <malloc.h>
 #include <new>
 #include <sys/mman.h>
 #include <sys/prctl.h>
@@ -78,7 +79,8 @@ void* operator new(size_t size, const std::nothrow_t& /*tag*/) noexcept
 
 __attribute__((noinline)) void operator delete(void* block) noexcept
 {
-    if (block != shared) {
+    if (block != nullptr && block != shared) {
+        explicit_bzero(block, malloc_usable_size(block));  // whoever still uses it should notice
         free(block);
     }
 }
@@ -277,6 +279,8 @@ TEST(Faults, OfCopiesLeaveZeroedBytesAndAnEmptyParcel)
     EXPECT_EQ(0, param.WriteString("s"));
     osal::MediaParam copy;
     EXPECT_EQ(0, copy.WriteString("before"));
+    EXPECT_EQ(0, copy.WriteString(copy.ReadString()));  // its own string
+    EXPECT_STREQ("before", copy.ReadString());
     copy = param;
     EXPECT_EQ(-1, copy.WriteInt32(1));
     EXPECT_EQ(nullptr, copy.ReadString());

@@ -95,6 +95,9 @@ TEST(MediaMeta, SparesItemsHeldElsewhere)
     auto meta = MediaMeta::Create();
     EXPECT_TRUE(meta->SetString("a", "text"));
     const auto held = meta->Begin().Value();
+    std::shared_ptr<MediaMeta::MetaBase> object;
+    EXPECT_TRUE(meta->SetObject("o", std::make_shared<MediaMeta::MetaBase>()) && meta->GetObject("o", object));
+    EXPECT_EQ(2, object.use_count());
     meta.reset();
     EXPECT_STREQ("text", held->mValue.stringValue);
     MetaItem::Destroy(nullptr);
@@ -152,6 +155,9 @@ TEST(MediaParam, LetsGoOfObjectsFromLastToFirstAndMayBeCalledMeanwhile)
             param.Copy(over);
             EXPECT_EQ(over != nullptr ? 3U : 0U, released.size());
             EXPECT_TRUE(over != &storeless || param.ReadString() == nullptr);
+            const auto next = std::make_shared<MediaRefBase>();
+            param.WritePointer(next);
+            EXPECT_TRUE(over == nullptr || (param.ReadPointer() == next && next.use_count() == 3));
         }
         EXPECT_EQ((std::vector<int>{2, 1, 0}), released);
     }

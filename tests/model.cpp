@@ -195,18 +195,14 @@ struct ModelParam {
 // What the library should have logged in this step.
 LogLines modelLog;
 
-void Error(const std::string& text, const std::string& tag = "MediaMeta")
-{
-    modelLog.push_back("E " + tag + ": " + text);
-}
-void Debug(const std::string& text) { modelLog.push_back("D MediaMeta: " + text); }
+void Log(const std::string& line) { modelLog.push_back(line); }
 
 bool Set(ModelMeta& meta, const char* key, int32_t type, const Image& image)
 {
     const bool isMissing = !image || (type == META_TYPE_BYTE_BUFFER && image->empty());
     if (type == META_TYPE_BYTE_BUFFER && (key == nullptr || isMissing)) {
-        Error(Format("name %s, data %s, size %zu", key ? "0x" : "(nil)", image ? "0x" : "(nil)",
-                     image ? image->size() : 0));
+        Log(Format("E MediaMeta: name %s, data %s, size %zu", key ? "0x" : "(nil)", image ? "0x" : "(nil)",
+                   image ? image->size() : 0));
     }
     if (key == nullptr || isMissing || (type == META_TYPE_FRACTION && ValueOf<Meta::Fraction>(image).den == 0)) {
         return false;
@@ -224,7 +220,7 @@ std::optional<ModelMeta> Copy(const ModelMeta& meta)
         if (item->type != META_TYPE_STRING && item->type != META_TYPE_BYTE_BUFFER) {
             copy[key] = item;
         } else if (!Set(copy, key.c_str(), item->type, item->image)) {
-            Error("Copy: copy " + key + " failed");
+            Log("E MediaMeta: Copy: copy " + key + " failed");
             return std::nullopt;
         }
     }
@@ -235,9 +231,9 @@ bool Merge(ModelMeta& meta, const ModelMeta& other)
 {
     for (const auto& [key, item] : other) {
         if (!TypeOf(item->type).format) {
-            Error("Merge: Should not be here mType: " + std::to_string(item->type));
+            Log("E MediaMeta: Merge: Should not be here mType: " + std::to_string(item->type));
         } else if (!Set(meta, key.c_str(), item->type, item->image)) {
-            Error("Merge: Merge " + key + " failed");
+            Log("E MediaMeta: Merge: Merge " + key + " failed");
             return false;
         }
     }
@@ -246,15 +242,15 @@ bool Merge(ModelMeta& meta, const ModelMeta& other)
 
 void Dump(const ModelMeta& meta)
 {
-    Debug("######## MediaMeta dump debug");
+    Log("D MediaMeta: ######## MediaMeta dump debug");
     for (const auto& [key, item] : meta) {
         const Type& type = TypeOf(item->type);
         if (item->type == META_TYPE_NONE) {
-            Debug("empty item");
+            Log("D MediaMeta: empty item");
         } else if (!type.format) {
-            Error("Dump: Unknown item: " + std::to_string(item->type));
+            Log("E MediaMeta: Dump: Unknown item: " + std::to_string(item->type));
         } else {
-            Debug("(" + key + ", " + type.dump(item->image) + ")");
+            Log("D MediaMeta: (" + key + ", " + type.dump(item->image) + ")");
         }
     }
 }
@@ -262,7 +258,7 @@ void Dump(const ModelMeta& meta)
 int32_t WriteFixed(ModelParam& param, const Image& image)
 {
     if (param.fixed.size() + image->size() > param.capacity) {
-        Error("WriteFixed failed: ERR_NO_MORE.", "MediaParam");
+        Log("E MediaParam: WriteFixed failed: ERR_NO_MORE.");
         return ERR_NO_MORE;
     }
     param.fixed += *image;
@@ -272,7 +268,7 @@ int32_t WriteFixed(ModelParam& param, const Image& image)
 Image ReadFixed(ModelParam& param, size_t sizeBytes)
 {
     if (param.fixed.size() - param.readPos < sizeBytes) {
-        Error("ReadFixed failed: ERR_NO_MORE.", "MediaParam");
+        Log("E MediaParam: ReadFixed failed: ERR_NO_MORE.");
         return std::nullopt;
     }
     param.readPos += sizeBytes;
@@ -284,8 +280,8 @@ bool CheckCarried(const std::string& verb, const std::string& operation, int32_t
     const Type& row = TypeOf(type);
     if (row.elements == 0) {
         const bool isOwner = type == META_TYPE_BYTE_BUFFER || type == META_TYPE_OBJECT;
-        Error(isOwner ? "MediaParam doesn't support " + verb + row.name + " method"
-                      : operation + ": Should not be here mType: " + std::to_string(type));
+        Log("E MediaMeta: " + (isOwner ? "MediaParam doesn't support " + verb + row.name + " method"
+                                       : operation + ": Should not be here mType: " + std::to_string(type)));
     }
     return row.elements > 0;
 }
@@ -349,10 +345,10 @@ bool ReadMeta(ModelMeta& meta, ModelParam& param)
 void Copy(ModelParam& param, const ModelParam* other)
 {
     if (other == nullptr) {
-        Error("Copy: Target pointer can not be nullptr", "MediaParam");
+        Log("E MediaParam: Copy: Target pointer can not be nullptr");
     } else if (other != &param) {
         if (other->capacity == 0) {
-            Error("Copy:Copy failed, invalid size: 0.", "MediaParam");
+            Log("E MediaParam: Copy:Copy failed, invalid size: 0.");
         }
         param = other->capacity == 0 ? ModelParam{0, {}, 0, {}, {}} : *other;
         param.readPos = param.strings.readCount = param.objects.readCount = 0;
@@ -380,7 +376,7 @@ Image RandomImage(const Type& type, Choices& choices, bool mayBeNull = false)
 {
     switch (type.type) {
         case META_TYPE_STRING: {
-            const std::string text = choices.Bytes(choices.Below(24)).c_str();
+            const std::string text = choices.Bytes(choices.Below(4) * 8).c_str();
             return mayBeNull && text.size() < 3 ? std::nullopt : Image(text);
         }
         case META_TYPE_BYTE_BUFFER: return choices.Bytes(choices.Below(24));

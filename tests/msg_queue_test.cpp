@@ -335,19 +335,30 @@ TEST(MsgQueueSchedules, ConserveEachMessageAndRunItInTime)
     ForEachSeed(80, [](unsigned int seed) { UseFromManySides(seed, 1, true); });
 }
 
-TEST(MsgQueueSchedules, EachStopReturnsAfterTheDropAndAStartWaits)
+TEST(MsgQueueSchedules, EachStopAndRemovalReturnsAfterTheDropAndAStartWaits)
 {
+    struct SlowMessage : Message {
+        void NotifyFinished() override
+        {
+            Simulation::LetOthersRun();
+            Message::NotifyFinished();
+        }
+    };
     ForEachSeed(40, [](unsigned int) {
-        Message pending;
+        SlowMessage pending;
         MsgQueue queue;
         const auto start = [&] { EXPECT_EQ(0, queue.Start("queue", Thread::PRIORITY_MIN)); };
         const auto stop = [&] {
             queue.Stop();
             EXPECT_EQ(1, pending.ends);
         };
+        const auto remove = [&] {
+            queue.RemoveMsg(&pending);
+            EXPECT_EQ(1, pending.ends);
+        };
         start();
         EXPECT_EQ(0, queue.QueueMsg(&pending, HOUR_NS));
-        std::thread threads[] = {std::thread(stop), std::thread(start), std::thread(stop)};
+        std::thread threads[] = {std::thread(stop), std::thread(start), std::thread(stop), std::thread(remove)};
         for (std::thread& thread : threads) {
             thread.join();
         }

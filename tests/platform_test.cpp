@@ -2,6 +2,7 @@
 
 #include <android/log.h>
 #include <cerrno>
+#include <chrono>
 #include <ctime>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -10,6 +11,18 @@
 #include <utils/CallStack.h>
 
 using testing::ContainsRegex;
+
+// The one call that only bionic has.
+static std::chrono::nanoseconds lastDeadline{};
+
+extern "C" int pthread_cond_timedwait_monotonic_np(pthread_cond_t*, pthread_mutex_t*, const timespec* deadline)
+{
+    EXPECT_TRUE(deadline->tv_nsec >= 0 && deadline->tv_nsec < 1'000'000'000);  // or the wait is refused
+    lastDeadline = std::chrono::seconds(deadline->tv_sec) + std::chrono::nanoseconds(deadline->tv_nsec);
+    return 0;
+}
+
+#include "monotonic_wait/android/monotonic_wait.h"
 
 TEST(Log, WritesTheColumnsOfThreadtime)
 {
@@ -66,4 +79,16 @@ TEST(BoundedCopy, CopiesOrZeroes)
     EXPECT_NE(0, memcpy_s(to + 5, 2, to + 4, 2));
     EXPECT_NE(0, memcpy_s(to + 8, 1, "more", 2));
     EXPECT_EQ(std::string("ababe\0\0h\0j", 10), std::string(to, 10));
+}
+
+TEST(MonotonicWait, OfAndroidAsksForItsDeadlineOnTheMonotonicClock)
+{
+    std::mutex mutex;
+    std::condition_variable cond;
+    std::unique_lock<std::mutex> lock(mutex);
+    const std::chrono::nanoseconds longest(1LL << 62);
+    const auto before = std::chrono::steady_clock::now().time_since_epoch();
+    osal::WaitMonotonic(cond, lock, longest);
+    EXPECT_GE(lastDeadline, before + longest);
+    EXPECT_LE(lastDeadline, std::chrono::steady_clock::now().time_since_epoch() + longest);
 }

@@ -4,7 +4,6 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
-#include <filesystem>
 #include <mutex>
 #include <sys/prctl.h>
 
@@ -56,9 +55,4 @@ std::string ThreadName()
     char name[16];
     prctl(PR_GET_NAME, name);
     return name;
-}
-
-size_t OpenDescriptors()
-{
-    return static_cast<size_t>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
 }

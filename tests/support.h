@@ -30,6 +30,3 @@ struct Event : osal::MsgHandlerBase {
 
 // The kernel's name of the calling thread.
 std::string ThreadName();
-
-// How many files this process has open.
-size_t OpenDescriptors();

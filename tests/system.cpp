@@ -367,10 +367,12 @@ int pthread_detach(pthread_t handle) noexcept
     return REAL(pthread_detach)(handle);
 }
 
-int pthread_getschedparam(pthread_t thread, int* policy, sched_param* param) noexcept
+// As if every thread had a high priority already.
+int pthread_getschedparam(pthread_t /*thread*/, int* policy, sched_param* param) noexcept
 {
-    const int error = FailureOf("pthread_getschedparam");
-    return error != 0 ? error : REAL(pthread_getschedparam)(thread, policy, param);
+    *policy = SCHED_FIFO;
+    *param = {50};
+    return FailureOf("pthread_getschedparam");
 }
 
 int pthread_setschedparam(pthread_t thread, int policy, const sched_param* param) noexcept
