@@ -100,6 +100,7 @@ TEST(MediaMeta, SparesItemsHeldElsewhere)
     EXPECT_EQ(2, object.use_count());
     meta.reset();
     EXPECT_STREQ("text", held->mValue.stringValue);
+    EXPECT_EQ(&MetaItem::Destroy, *std::get_deleter<void (*)(MetaItem*)>(held));
     MetaItem::Destroy(nullptr);
     EXPECT_EQ(osal::META_TYPE_NONE, MetaItem::Create()->mType);
 }
@@ -137,6 +138,7 @@ TEST(MediaParam, LetsGoOfObjectsFromLastToFirstAndMayBeCalledMeanwhile)
         {
             released.push_back(number);
             param.WriteString("last words");
+            param.ReadString();
             param.ReadPointer();
         }
         MediaParam& param;
@@ -154,7 +156,7 @@ TEST(MediaParam, LetsGoOfObjectsFromLastToFirstAndMayBeCalledMeanwhile)
             }
             param.Copy(over);
             EXPECT_EQ(over != nullptr ? 3U : 0U, released.size());
-            EXPECT_TRUE(over != &storeless || param.ReadString() == nullptr);
+            EXPECT_EQ(nullptr, param.ReadString());
             const auto next = std::make_shared<MediaRefBase>();
             param.WritePointer(next);
             EXPECT_TRUE(over == nullptr || (param.ReadPointer() == next && next.use_count() == 3));

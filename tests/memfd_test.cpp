@@ -1,22 +1,17 @@
 #include "osal/memfd.h"
 #include "support.h"
+#include "system.h"
 
+#include <cerrno>
 #include <climits>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/mman.h>
-#include <sys/resource.h>
 #include <unistd.h>
 
 namespace {
 
 std::string Error(const std::string& text) { return "E Memoryfd: " + text; }
-
-struct Region {
-    explicit Region(unsigned long size) : fd(osal::MemfdCreateRegion("region", size)) { EXPECT_GE(fd, 1); }
-    ~Region() { close(fd); }
-    const int fd;
-};
 
 }  // namespace
 
@@ -43,13 +38,10 @@ TEST(Memfd, TellsRegionsFromOtherDescriptors)
 {
     const int kept[] = {dup(0), dup(1)};
     close(0);
-    rlimit limit{};
-    getrlimit(RLIMIT_NOFILE, &limit);
-    const rlimit two{2, limit.rlim_max};
-    setrlimit(RLIMIT_NOFILE, &two);
     const LogCapture log;
+    FailCall("fcntl", EMFILE);
     EXPECT_EQ(-1, osal::MemfdCreateRegion("n", 1));  // only 0 is free
-    setrlimit(RLIMIT_NOFILE, &limit);
+    FailCall(nullptr);
     close(1);
     const int lowest = osal::MemfdCreateRegion("region", 1);  // a region is never descriptor 0
     const bool isLowestValid = osal::MemfdIsValid(lowest) && fcntl(lowest, F_GETFD) == 0;
@@ -79,29 +71,31 @@ TEST(Memfd, TellsRegionsFromOtherDescriptors)
 TEST(Memfd, CreatesRegionsThatSurviveExecAndCanBeWriteProtectedForGood)
 {
     const LogCapture log;
-    const Region region(4096);
-    EXPECT_TRUE(osal::MemfdGetRegionSize(region.fd) == 4096 && lseek(region.fd, 0, SEEK_CUR) == 0);
-    EXPECT_EQ(0, fcntl(region.fd, F_GETFD));
-    const int sealsBefore = fcntl(region.fd, F_GET_SEALS);
-    EXPECT_EQ(-1, osal::MemfdSetProtRegion(region.fd, 0));
-    EXPECT_EQ(0, osal::MemfdSetProtRegion(region.fd, PROT_WRITE));
+    const int region = osal::MemfdCreateRegion("region", 4096);
+    EXPECT_TRUE(osal::MemfdGetRegionSize(region) == 4096 && lseek(region, 0, SEEK_CUR) == 0);
+    EXPECT_EQ(0, fcntl(region, F_GETFD));
+    const int sealsBefore = fcntl(region, F_GET_SEALS);
+    EXPECT_EQ(-1, osal::MemfdSetProtRegion(region, 0));
+    EXPECT_EQ(0, osal::MemfdSetProtRegion(region, PROT_WRITE));
     EXPECT_EQ(LogLines{"D Memoryfd: Only proceed if the fd needs to be write-protected."}, log.Lines());
-    EXPECT_EQ(sealsBefore, fcntl(region.fd, F_GET_SEALS));
+    EXPECT_EQ(sealsBefore, fcntl(region, F_GET_SEALS));
     for (const int prot : {PROT_READ, PROT_READ | PROT_EXEC, PROT_READ | PROT_WRITE}) {
-        EXPECT_EQ(0, osal::MemfdSetProtRegion(region.fd, prot));
-        EXPECT_EQ(sealsBefore | 0x10, fcntl(region.fd, F_GET_SEALS));  // F_SEAL_FUTURE_WRITE, and no other
+        EXPECT_EQ(0, osal::MemfdSetProtRegion(region, prot));
+        EXPECT_EQ(sealsBefore | 0x10, fcntl(region, F_GET_SEALS));  // F_SEAL_FUTURE_WRITE, and no other
     }
-    EXPECT_TRUE(fcntl(region.fd, F_ADD_SEALS, F_SEAL_SEAL) == 0 && osal::MemfdIsValid(region.fd));
+    EXPECT_TRUE(fcntl(region, F_ADD_SEALS, F_SEAL_SEAL) == 0 && osal::MemfdIsValid(region));
+    close(region);
 }
 
 TEST(Memfd, GivesNoWrongSize)
 {
-    const Region largest(INT_MAX);
-    EXPECT_EQ(INT_MAX, osal::MemfdGetRegionSize(largest.fd));
-    const Region tooLarge(INT_MAX + 1UL);
+    const int region = osal::MemfdCreateRegion("region", INT_MAX + 1UL);
     const LogCapture log;
-    EXPECT_EQ(-1, osal::MemfdGetRegionSize(tooLarge.fd));
-    EXPECT_EQ(LogLines{Error("MemfdGetRegionSize(" + std::to_string(tooLarge.fd) +
+    EXPECT_EQ(-1, osal::MemfdGetRegionSize(region));
+    EXPECT_EQ(LogLines{Error("MemfdGetRegionSize(" + std::to_string(region) +
                              "): size 2147483648 is more than an int holds.")},
               log.Lines());
+    EXPECT_EQ(0, ftruncate(region, INT_MAX));
+    EXPECT_EQ(INT_MAX, osal::MemfdGetRegionSize(region));
+    close(region);
 }

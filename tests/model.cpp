@@ -384,6 +384,8 @@ Image RandomImage(const Type& type, Choices& choices, bool mayBeNull = false)
         case META_TYPE_FRACTION: return choices.Bytes(4) + *ImageOf(static_cast<int32_t>(choices.Below(3)) - 1);
         // Numbers alone: widening a signalling NaN changes its bits.
         case META_TYPE_FLOAT: return ImageOf(static_cast<float>(choices.Below(256)) / 8);
+        case META_TYPE_DOUBLE:
+            return ImageOf((choices.Below(2) == 0 ? -0.25 : 0.25) * static_cast<double>(choices.Below(3)));
         default: return choices.Bytes(type.zero->size());
     }
 }
@@ -436,10 +438,11 @@ void Compare(const Side& side)
 {
     auto it = side.meta->Begin();
     for (const auto& [key, item] : side.modelMeta) {
+        Expect("end", true, it != side.meta->End());
         Expect("key", key, it.Key());
         Expect("type of " + PrintToString(key), item->type, int32_t{it.Value()->mType});
         if (const Type& type = TypeOf(item->type); type.get) {
-            CompareGet(side, key.c_str(), type, type.zero, /*apart=*/false);
+            CompareGet(side, key.c_str(), type, "2", /*apart=*/false);
         }
         ++it;
     }
@@ -475,9 +478,12 @@ struct Run {
         Side& side = sides[here];
         auto& [meta, model, param, modelParam] = side;
         Side& other = sides[there];
-        const char* const key = keys[choices.Below(keys.size())];
+        const size_t keyNumber = choices.Below(keys.size());
+        const char* const key = keys[keyNumber];
         const bool isNull = key == nullptr;  // then the other container or parcel is null too
-        const Type& type = TYPES[1 + choices.Below(TYPES.size() - 1)];
+        // Often the type that belongs to the key, so that entries are set more than once.
+        const Type& type =
+            TYPES[choices.Below(2) == 0 ? TYPES.size() - 1 - keyNumber : 1 + choices.Below(TYPES.size() - 1)];
         const bool apart = choices.Below(2) == 1;
         const std::string operation = operations[choices.Below(operations.size())];
         // No operation uses all of these.
@@ -558,7 +564,7 @@ struct Run {
                                 : isFixed
                                     ? choices.Bytes(sizeof(T) - 1) + "@"
                                     : RandomImage(TypeOf(isString ? META_TYPE_STRING : META_TYPE_OBJECT), choices);
-            const size_t times = isFixed && choices.Below(16) == 0 ? 2000 : 1;  // up to the capacity
+            const size_t times = isFixed && choices.Below(16) == 0 ? 4200 : 1;  // up to the capacity
             steps << "    " << PrintToString(image) << " times " << times << '\n';
             for (size_t i = 0; i < times; ++i) {
                 Expect("result", isFixed ? WriteFixed(model, image) : sequence.Write(image),
@@ -581,7 +587,8 @@ struct Run {
 
     void Assign(Side& side, const Side& other)
     {
-        constexpr std::array sources{"a new one", "null", "one without capacity", "the other", "the other"};
+        constexpr std::array sources{"a new one, with an entry without its value", "null", "one without capacity",
+                                     "the other", "the other"};
         const size_t source = choices.Below(sources.size());
         steps << "    " << sources[source] << '\n';
         if (source == 1) {
@@ -593,8 +600,16 @@ struct Run {
             Copy(empty, nullptr);
             Copy(side.modelParam, &empty);
         } else {
-            const Side fresh;
+            Side fresh;
             const Side& from = source == 0 ? fresh : other;
+            constexpr std::array<int32_t, 4> types{META_TYPE_NONE, META_TYPE_STRING, META_TYPE_BYTE_BUFFER,
+                                                   META_TYPE_FRACTION};
+            for (const int32_t number : {1, types[choices.Below(types.size())]}) {
+                fresh.param.WriteInt32(number);
+                WriteFixed(fresh.modelParam, ImageOf(number));
+            }
+            fresh.param.WriteString("a");
+            fresh.modelParam.strings.Write("a");
             side.param = from.param;
             Copy(side.modelParam, &from.modelParam);
         }

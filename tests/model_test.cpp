@@ -8,7 +8,7 @@ using Bytes = std::vector<uint8_t>;
 
 TEST(Model, ContainersAndParcelsAgreeWithIt)
 {
-    for (unsigned int seed = 1; seed <= 100; ++seed) {
+    for (unsigned int seed = 1; seed <= 200; ++seed) {
         std::mt19937 random(seed);
         Bytes choices(150 * STEP_BYTES);
         for (uint8_t& choice : choices) {

@@ -38,16 +38,10 @@ LogCapture::LogCapture()
     LogLines().swap(logLines);
 }
 
-LogLines LogCapture::Lines(const std::string& part) const
+LogLines LogCapture::Lines() const
 {
     const std::lock_guard<std::mutex> lock(logMutex);
-    LogLines lines;
-    for (const std::string& line : logLines) {
-        if (line.find(part) != std::string::npos) {
-            lines.push_back(line);
-        }
-    }
-    return lines;
+    return logLines;
 }
 
 std::string ThreadName()

@@ -18,8 +18,7 @@ extern thread_local bool isLogging;
 class LogCapture {
 public:
     LogCapture();
-    // The lines that contain `part`.
-    LogLines Lines(const std::string& part = "") const;
+    LogLines Lines() const;
 };
 
 // Set once, also by a queue that runs it; any number of threads of a simulation may wait for it.

@@ -29,6 +29,7 @@ int FailureOf(const char* call) { return failingCall != nullptr && strcmp(call, 
 
 constexpr int MAX_THREADS = 16;
 constexpr uint64_t START_NS = 1'000'000'000'000'000;
+constexpr int64_t SUSPENDED_NS = 5'000'000'000;
 constexpr uint64_t NEVER = UINT64_MAX;
 
 enum State { FREE, RUNNABLE, YIELDING, AT_LOCK, AT_CONDITION, AT_JOIN, ENDED };
@@ -80,10 +81,10 @@ void TakeTurn(int thread)
 }
 
 // Ends the program while each thread is where it waits, so that a debugger shows it.
-[[noreturn]] void ReportAndEnd()
+[[noreturn]] void Fail(const char* what)
 {
     constexpr const char* NAMES[] = {"", "", "", "a lock", "a condition", "the end of another thread"};
-    fprintf(stderr, "simulation, seed %u: no thread can run, and nothing can end a wait\n", firstSeed);
+    fprintf(stderr, "simulation, seed %u: %s\n", firstSeed, what);
     for (int i = 0; i < MAX_THREADS; ++i) {
         if (threads[i].state > YIELDING && threads[i].state < ENDED) {
             fprintf(stderr, "thread %d waits for %s, %p\n", i, NAMES[threads[i].state], threads[i].object);
@@ -132,7 +133,7 @@ int Choose()
             return next;
         }
         if (earliestNs == NEVER) {
-            ReportAndEnd();
+            Fail("no thread can run, and nothing can end a wait");
         }
         nowNs = earliestNs;
     }
@@ -196,16 +197,19 @@ int WaitForCondition(pthread_cond_t* cond, pthread_mutex_t* mutex, uint64_t dead
 int Notify(pthread_cond_t* cond, bool all)
 {
     Switch();
-    static_cast<void>(*reinterpret_cast<volatile char*>(cond));  // the address sanitizer sees a destroyed one
+    if (*reinterpret_cast<volatile char*>(cond) != 0) {
+        Fail("the memory of a notified condition has been freed");
+    }
     WakeAt(AT_CONDITION, cond, all);
     return 0;
 }
 
-// A deadline before the start of time has passed.
 uint64_t DeadlineNs(const timespec* time, clockid_t clock)
 {
-    const int64_t ns = time->tv_sec * 1'000'000'000 + time->tv_nsec - (clock == CLOCK_REALTIME ? wallOffsetNs : 0);
-    return ns < 0 ? 0 : static_cast<uint64_t>(ns);
+    if (clock != CLOCK_MONOTONIC) {
+        Fail("a wait on a clock that can be set");
+    }
+    return static_cast<uint64_t>(time->tv_sec) * 1'000'000'000 + static_cast<uint64_t>(time->tv_nsec);
 }
 
 int Sleep(const timespec* duration)
@@ -258,10 +262,7 @@ void FailCall(const char* call, int error)
 
 Simulation::Simulation(unsigned int seed)
 {
-    static const int keyResult = pthread_key_create(&endKey, EndThread);
-    if (keyResult != 0) {
-        abort();
-    }
+    [[maybe_unused]] static const int keyResult = pthread_key_create(&endKey, EndThread);
     for (SimulatedThread& thread : threads) {
         thread = {};
         thread.deadlineNs = NEVER;
@@ -280,8 +281,7 @@ Simulation::~Simulation()
     LetOthersRun();
     for (int i = 1; i < MAX_THREADS; ++i) {
         if (threads[i].state != FREE) {
-            fprintf(stderr, "simulation, seed %u: a thread is left at the end\n", firstSeed);
-            abort();
+            Fail("a thread is left at the end");
         }
     }
     self = -1;
@@ -318,10 +318,11 @@ SIMULATE(pthread_cond_broadcast, (pthread_cond_t* cond) noexcept, (cond), Notify
 
 int clock_gettime(clockid_t clock, timespec* time) noexcept
 {
-    if (self == -1 || (clock != CLOCK_MONOTONIC && clock != CLOCK_REALTIME)) {
+    if (self == -1 || (clock != CLOCK_MONOTONIC && clock != CLOCK_REALTIME && clock != CLOCK_BOOTTIME)) {
         return REAL(clock_gettime)(clock, time);
     }
-    const uint64_t ns = nowNs + static_cast<uint64_t>(clock == CLOCK_REALTIME ? wallOffsetNs : 0);
+    const int64_t offsetNs = clock == CLOCK_REALTIME ? wallOffsetNs : clock == CLOCK_BOOTTIME ? SUSPENDED_NS : 0;
+    const uint64_t ns = nowNs + static_cast<uint64_t>(offsetNs);
     *time = {static_cast<time_t>(ns / 1'000'000'000), static_cast<long>(ns % 1'000'000'000)};
     return 0;
 }
@@ -367,10 +368,10 @@ int pthread_detach(pthread_t handle) noexcept
     return REAL(pthread_detach)(handle);
 }
 
-// As if every thread had a high priority already.
+// A thread may have any policy and priority already.
 int pthread_getschedparam(pthread_t /*thread*/, int* policy, sched_param* param) noexcept
 {
-    *policy = SCHED_FIFO;
+    *policy = lastScheduling.policy == SCHED_FIFO ? SCHED_OTHER : SCHED_FIFO;
     *param = {50};
     return FailureOf("pthread_getschedparam");
 }
@@ -394,7 +395,7 @@ int fcntl(int fd, int command, ...)
     va_start(args, command);
     const long arg = va_arg(args, long);
     va_end(args);
-    const int error = command == F_ADD_SEALS ? FailureOf("fcntl") : 0;
+    const int error = command == F_ADD_SEALS || command == F_DUPFD ? FailureOf("fcntl") : 0;
     return error != 0 ? (errno = error, -1) : REAL(fcntl)(fd, command, arg);
 }
 

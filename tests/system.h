@@ -10,7 +10,7 @@
 #include <string>
 
 // Makes `call` fail with `error` until the next FailCall(); null ends this. "fcntl" fails only when it adds a
-// seal.
+// seal or duplicates a descriptor.
 void FailCall(const char* call, int error = 0);
 
 // While such an object exists, only one thread runs at a time. The clocks stand still while any thread can run;

@@ -17,7 +17,11 @@ namespace {
 // Calls a function in Run(), in a simulation. Without Stop() in its destructor, so a test stops it or lets it end.
 struct TestThread : Thread {
     explicit TestThread(std::function<bool()> function) : body(std::move(function)) {}
-    bool Run() override { return body(); }
+    bool Run() override
+    {
+        EXPECT_EQ(osal::GetTid(), GetId());
+        return body();
+    }
     std::function<bool()> body;
 };
 
@@ -31,21 +35,18 @@ struct ThreadTest : testing::Test {
 TEST_F(ThreadTest, NamesItsWorkerAndSetsItsPriority)
 {
     static_assert(Thread::PRIORITY_MIN == 1 && Thread::PRIORITY_DEFAULT == 10 && Thread::PRIORITY_MAX == 99);
-    Thread* self = nullptr;
     std::atomic<int> runs{0};
     TestThread thread([&] {
-        EXPECT_EQ(osal::GetTid(), self->GetId());
         EXPECT_NE(1, prctl(PR_GET_TIMERSLACK));
         EXPECT_EQ("worker-named-\xE2\x99", ThreadName());
         const auto scheduling = Simulation::LastScheduling();
         EXPECT_TRUE(pthread_equal(pthread_self(), scheduling.thread) != 0 && scheduling.policy == SCHED_FIFO);
-        EXPECT_EQ(3, scheduling.priority);
+        EXPECT_EQ(Thread::PRIORITY_DEFAULT, scheduling.priority);
         return ++runs < 3;
     });
-    self = &thread;
     EXPECT_EQ(-1, thread.GetId());
     thread.Stop();
-    ASSERT_EQ(0, thread.Start("worker-named-\xE2\x99\xAB", static_cast<Thread::Priority>(3)));
+    ASSERT_EQ(0, thread.Start("worker-named-\xE2\x99\xAB", Thread::PRIORITY_DEFAULT));
     EXPECT_EQ(-17, thread.Start("another", Thread::PRIORITY_MAX));
     EXPECT_EQ(-1, thread.GetId());  // the worker has not begun
     Simulation::LetOthersRun();
@@ -58,6 +59,7 @@ TEST_F(ThreadTest, NamesItsWorkerAndSetsItsPriority)
 
 TEST_F(ThreadTest, RunsUntilStoppedAndAgainUnderANewName)
 {
+    const std::string ownName = ThreadName();
     std::string seenName;
     int runs = 0;
     TestThread thread([&] {
@@ -76,7 +78,7 @@ TEST_F(ThreadTest, RunsUntilStoppedAndAgainUnderANewName)
         Simulation::LetOthersRun();  // the worker waits for this thread, too
         thread.Stop();
         EXPECT_EQ(2, runs);
-        EXPECT_EQ(name.empty() ? ThreadName() : name, seenName);
+        EXPECT_EQ(name.empty() ? ownName : name, seenName);
     }
     EXPECT_EQ(LogLines{"W NuThread: SetThreadName: ThreadName can't be empty."}, log.Lines());
 }
@@ -123,12 +125,8 @@ TEST(ThreadSchedules, StartAndStopFromManySides)
 {
     int runs = 0;
     ForEachSeed(60, [&](unsigned int seed) {
-        bool isRunning = false;
         TestThread thread([&] {
-            EXPECT_FALSE(isRunning);  // one worker at a time
-            isRunning = true;
             Simulation::LetOthersRun();
-            isRunning = false;
             return ++runs % 5 != 0;
         });
         const auto use = [&](unsigned int first) {
