@@ -24,14 +24,15 @@ namespace {
 
 // How many allocations of this thread still succeed; negative for all.
 thread_local int allocationsLeft = -1;
-thread_local bool allocationFailed = false;
+enum Failure { NONE, OF_STRDUP, OF_NEW, OF_NOTHROW_NEW };
+thread_local Failure failure = NONE;  // the last one
 thread_local int allocations = 0;
 
 // While true, this is every block of its size. So a copy from one to another overlaps, which memcpy_s() refuses.
 thread_local bool isShared = false;
 uint8_t shared[osal::MEDIA_PARAM_CAPACITY];
 
-bool NextAllocationFails()
+bool NextAllocationFails(Failure kind)
 {
     if (isLogging) {
         return false;
@@ -41,7 +42,7 @@ bool NextAllocationFails()
         return false;
     }
     allocationsLeft = -1;
-    allocationFailed = true;
+    failure = kind;
     return true;
 }
 
@@ -50,8 +51,7 @@ bool NextAllocationFails()
 extern "C" char* strdup(const char* text) noexcept
 {
     const size_t size = strlen(text) + 1;
-    auto* copy = static_cast<char*>(NextAllocationFails() ? nullptr : malloc(size));
-    return copy != nullptr ? static_cast<char*>(memcpy(copy, text, size)) : nullptr;
+    return static_cast<char*>(NextAllocationFails(OF_STRDUP) ? nullptr : memcpy(malloc(size), text, size));
 }
 
 // Kept from inlining, which would show the compiler a malloc() released by delete.
@@ -60,11 +60,10 @@ __attribute__((noinline)) void* operator new(size_t size)
     if (isShared && size == sizeof(shared)) {
         return shared;
     }
-    void* block = NextAllocationFails() ? nullptr : malloc(size);
-    if (block == nullptr) {
+    if (NextAllocationFails(OF_NEW)) {
         throw std::bad_alloc();
     }
-    return block;
+    return malloc(size);
 }
 
 void* operator new(size_t size, const std::nothrow_t& /*tag*/) noexcept
@@ -72,6 +71,7 @@ void* operator new(size_t size, const std::nothrow_t& /*tag*/) noexcept
     try {
         return operator new(size);
     } catch (const std::bad_alloc&) {
+        failure = OF_NOTHROW_NEW;
         return nullptr;
     }
 }
@@ -133,13 +133,14 @@ TEST(Faults, OfTheSystemAreReportedAndTheCallsCanBeRepeated)
     allocationsLeft = 0;
     EXPECT_EQ(-38, queue.QueueMsg(&handler, 0));
     FailCall("pthread_setschedparam", EAGAIN);  // the worker keeps its scheduling, except the timer slack
-    EXPECT_EQ(0, thread.Start("t", osal::Thread::PRIORITY_MIN));
+    EXPECT_EQ(0, thread.Start("t", osal::Thread::PRIORITY_MAX));
     Simulation::LetOthersRun();
     EXPECT_TRUE(thread.timerSlackNs == 1 && Simulation::LastScheduling().policy == SCHED_FIFO);
-    FailCall(nullptr);
+    FailCall("pthread_setschedparam", EPERM);
     EXPECT_EQ(0, queue.Start("t", osal::Thread::PRIORITY_MIN));
     EXPECT_EQ(0, queue.QueueMsg(&handler, 0));
     handler.Wait();
+    FailCall(nullptr);
     EXPECT_EQ(0, osal::MemfdSetProtRegion(region, PROT_READ));
     const std::string fd = std::to_string(region);
     const std::string sealFailed =
@@ -152,7 +153,9 @@ TEST(Faults, OfTheSystemAreReportedAndTheCallsCanBeRepeated)
                   "E NuThread: Start: Create thread t failed!", "E NuThread: Start: Create thread t failed!",
                   "E MsgQueue: QueueMsg: QueueMsg thread not start!",
                   failed + "setschedparam failed: 11, Resource temporarily unavailable",
-                  "W NuThread: t, SetThreadPriority ret:11, mId:" + std::to_string(thread.GetId())}),
+                  "W NuThread: t, SetThreadPriority ret:11, mId:" + std::to_string(thread.GetId()),
+                  failed + "setschedparam failed: 1, Operation not permitted",
+                  "W NuThread: t, SetThreadPriority ret:1, mId:" + std::to_string(queue.GetThreadId())}),
         log.Lines());
     close(region);
 }
@@ -211,13 +214,10 @@ const std::function<bool(State&)> OPERATIONS[] = {
         parcel.WriteString("text");
         return state.target.ReadFromMediaParam(&parcel);
     },
-    // The operations above copy strings.
     [](State& state) { return state.idle.Start(LONG_TEXT, osal::Thread::PRIORITY_MIN) == 0; },
-    // The operations below tell by an exception alone.
     [](State& state) { return state.thread.Start(LONG_TEXT, osal::Thread::PRIORITY_MIN) == 0; },
     [](State& state) { return state.queue.QueueMsg(&state.handler, HOUR_NS) == 0; },
 };
-constexpr size_t STRING_OPERATIONS = 11;
 
 LogLines DumpOf(const osal::MediaMeta& meta)
 {
@@ -231,16 +231,16 @@ LogLines DumpOf(const osal::MediaMeta& meta)
 TEST(Faults, OfEachAllocationLoseNothing)
 {
     const Simulation simulation;
-    int failures = 0;
     for (size_t i = 0; i < std::size(OPERATIONS); ++i) {
-        for (int successes = 0; successes == 0 || allocationFailed; ++successes) {
+        int successes = 0;
+        for (; successes == 0 || failure != NONE; ++successes) {
             SCOPED_TRACE("operation " + std::to_string(i) + ", allocation " + std::to_string(successes));
             State state;
             const LogLines before = DumpOf(*state.source);
             bool isCompleted = false;
             bool isThrown = false;
             const LogCapture log;
-            allocationFailed = false;
+            failure = NONE;
             allocationsLeft = successes;
             try {
                 isCompleted = OPERATIONS[i](state);
@@ -250,14 +250,13 @@ TEST(Faults, OfEachAllocationLoseNothing)
             allocationsLeft = -1;
             const LogLines lines = log.Lines();
             // An exception or the result tells the failure, and every object can still be used.
-            EXPECT_NE(allocationFailed, isCompleted);
-            if (allocationFailed) {
-                ++failures;
-                EXPECT_TRUE(isThrown || i <= STRING_OPERATIONS);
-                const bool isString = !isThrown && i < STRING_OPERATIONS;
-                EXPECT_EQ(isString ? 1 : 0,
+            EXPECT_EQ(failure == NONE, isCompleted);
+            if (failure != NONE) {
+                EXPECT_EQ(failure == OF_NEW, isThrown);
+                EXPECT_EQ(failure == OF_STRDUP ? 1 : 0,
                           std::count(lines.begin(), lines.end(), "E MediaMeta: fail to alloc mem for str"));
                 EXPECT_EQ(before, DumpOf(*state.source));
+                EXPECT_EQ(-38, state.idle.QueueMsg(&state.handler, 0));
             }
             // No entry is left without its string or bytes.
             EXPECT_TRUE(state.source->Copy() && state.target.Copy());
@@ -268,8 +267,8 @@ TEST(Faults, OfEachAllocationLoseNothing)
             EXPECT_EQ(0, state.queue.QueueMsg(&state.handler, 0));
             state.handler.Wait();
         }
+        EXPECT_GT(successes, 1);
     }
-    EXPECT_GT(failures, 25);
 }
 
 TEST(Faults, OfCopiesLeaveZeroedBytesAndAnEmptyParcel)
@@ -285,6 +284,7 @@ TEST(Faults, OfCopiesLeaveZeroedBytesAndAnEmptyParcel)
     EXPECT_TRUE(meta->GetByteBuffer("b", stored) && stored.size == sizeof(shared) && stored.data[0] == 0);
     EXPECT_EQ(nullptr, meta->Copy());
     EXPECT_FALSE(target.Merge(meta));
+    EXPECT_TRUE(target.ContainsKey("b"));
     osal::MediaParam param;
     EXPECT_EQ(0, param.WriteString("s"));
     osal::MediaParam copy;

@@ -98,7 +98,7 @@ TEST(MediaMeta, SparesItemsHeldElsewhere)
     std::shared_ptr<MediaMeta::MetaBase> object;
     EXPECT_TRUE(meta->SetObject("o", std::make_shared<MediaMeta::MetaBase>()) && meta->GetObject("o", object));
     EXPECT_EQ(2, object.use_count());
-    meta.reset();
+    EXPECT_TRUE(MediaMeta().Merge(std::move(meta)));  // with the last reference to it
     EXPECT_STREQ("text", held->mValue.stringValue);
     EXPECT_EQ(&MetaItem::Destroy, *std::get_deleter<void (*)(MetaItem*)>(held));
     MetaItem::Destroy(nullptr);
@@ -111,6 +111,8 @@ TEST(MediaMeta, IteratorsKeepTheirPlaceAndStayAtTheEnd)
     meta.SetInt32("m", 1);
     auto it = meta.Begin();
     meta.SetInt32("a", 2);
+    MediaParam param;
+    EXPECT_TRUE(meta.WriteToMediaParam(&param) && meta.ReadFromMediaParam(&param));
     EXPECT_EQ("m", it.Key());
     it = meta.Begin();
     EXPECT_EQ("a", (*it).Key());
@@ -138,6 +140,7 @@ TEST(MediaParam, LetsGoOfObjectsFromLastToFirstAndMayBeCalledMeanwhile)
         {
             released.push_back(number);
             param.WriteString("last words");
+            param.WriteInt32(1);
             param.ReadString();
             param.ReadPointer();
         }

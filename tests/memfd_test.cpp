@@ -52,9 +52,8 @@ TEST(Memfd, TellsRegionsFromOtherDescriptors)
     EXPECT_TRUE(isLowestValid);
     EXPECT_FALSE(isZeroOpen);
     const int regular = open("/proc/self/exe", O_RDONLY);
-    constexpr int CLOSED = 12345;
     LogLines expected{Error("MemfdCreateRegion(n, 1) failed: 24.")};
-    for (const int fd : {0, -1, CLOSED, regular}) {
+    for (const int fd : {0, -1, /*closed*/ 12345, regular}) {
         EXPECT_FALSE(osal::MemfdIsValid(fd));
         EXPECT_EQ(-1, osal::MemfdGetRegionSize(fd));
         EXPECT_EQ(-1, osal::MemfdSetProtRegion(fd, -1));  // logs nothing

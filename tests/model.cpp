@@ -564,7 +564,7 @@ struct Run {
                                 : isFixed
                                     ? choices.Bytes(sizeof(T) - 1) + "@"
                                     : RandomImage(TypeOf(isString ? META_TYPE_STRING : META_TYPE_OBJECT), choices);
-            const size_t times = isFixed && choices.Below(16) == 0 ? 4200 : 1;  // up to the capacity
+            const size_t times = choices.Below(16) == 0 ? 4200 : 1;  // up to the capacity of fixed-size values
             steps << "    " << PrintToString(image) << " times " << times << '\n';
             for (size_t i = 0; i < times; ++i) {
                 Expect("result", isFixed ? WriteFixed(model, image) : sequence.Write(image),

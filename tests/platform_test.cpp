@@ -81,10 +81,10 @@ TEST(BoundedCopy, CopiesOrZeroes)
 {
     char to[] = "abcdefghij";
     EXPECT_EQ(0, memcpy_s(to + 2, 2, to, 2));  // side by side is no overlap
-    EXPECT_NE(0, memcpy_s(to + 5, 2, to + 4, 2));
-    EXPECT_EQ(0, memcpy_s(to + 9, SIZE_MAX / 2, "j", 1));
-    EXPECT_NE(0, memcpy_s(to + 7, 1, nullptr, 1));
-    EXPECT_NE(0, memcpy_s(to + 8, 1, "more", 2));
+    EXPECT_EQ(EINVAL, memcpy_s(to + 5, 2, to + 4, 2));
+    EXPECT_EQ(0, memcpy_s(to + 8, SIZE_MAX / 2, to + 9, 1));
+    EXPECT_EQ(EINVAL, memcpy_s(to + 7, 1, nullptr, 1));
+    EXPECT_EQ(ERANGE, memcpy_s(to + 8, 1, "more", 2));
     EXPECT_EQ(std::string("ababe\0\0\0\0j", 10), std::string(to, 10));
 }
 

@@ -269,7 +269,7 @@ Simulation::Simulation(unsigned int seed)
     }
     threads[0].state = RUNNABLE;
     nowNs = START_NS;
-    wallOffsetNs = static_cast<int64_t>(START_NS);
+    wallOffsetNs = 1'700'000'000'000'000'000;  // about the present day
     firstSeed = seed;
     randomState = seed * 0x9E3779B97F4A7C15ULL;
     waits = 0;

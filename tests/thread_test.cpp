@@ -25,15 +25,12 @@ struct TestThread : Thread {
     std::function<bool()> body;
 };
 
-struct ThreadTest : testing::Test {
-    const Simulation simulation;
-    const LogCapture log;
-};
-
 }  // namespace
 
-TEST_F(ThreadTest, NamesItsWorkerAndSetsItsPriority)
+TEST(Thread, NamesItsWorkerAndSetsItsPriority)
 {
+    const Simulation simulation;
+    const LogCapture log;
     static_assert(Thread::PRIORITY_MIN == 1 && Thread::PRIORITY_DEFAULT == 10 && Thread::PRIORITY_MAX == 99);
     std::atomic<int> runs{0};
     TestThread thread([&] {
@@ -57,13 +54,16 @@ TEST_F(ThreadTest, NamesItsWorkerAndSetsItsPriority)
     EXPECT_EQ((LogLines{ignored, ignored}), log.Lines());
 }  // stopped by its destructor
 
-TEST_F(ThreadTest, RunsUntilStoppedAndAgainUnderANewName)
+TEST(Thread, RunsUntilStoppedAndAgainUnderANewName)
 {
+    const Simulation simulation;
+    const LogCapture log;
     const std::string ownName = ThreadName();
     std::string seenName;
     int runs = 0;
     TestThread thread([&] {
         seenName = ThreadName();
+        EXPECT_EQ(Thread::PRIORITY_DEFAULT, Simulation::LastScheduling().priority);
         ++runs;
         Simulation::LetOthersRun();
         return true;
@@ -73,7 +73,7 @@ TEST_F(ThreadTest, RunsUntilStoppedAndAgainUnderANewName)
     EXPECT_EQ(0, runs);  // stopped before the worker began
     for (const std::string name : {"one", "two", ""}) {
         runs = 0;
-        ASSERT_EQ(0, thread.Start(name, Thread::PRIORITY_MIN));
+        ASSERT_EQ(0, thread.Start(name, Thread::PRIORITY_DEFAULT));
         Simulation::LetOthersRun();
         Simulation::LetOthersRun();  // the worker waits for this thread, too
         thread.Stop();
@@ -94,6 +94,7 @@ TEST(ThreadSchedules, EachStopReturnsAfterTheWorkerHasEnded)
             release.Wait();
             self->Stop();  // refused, also while others wait for this worker
             EXPECT_EQ(osal::GetTid(), self->GetId());
+            EXPECT_EQ(Thread::PRIORITY_MAX, Simulation::LastScheduling().priority);
             hasEnded = true;
             return true;
         });
@@ -102,7 +103,7 @@ TEST(ThreadSchedules, EachStopReturnsAfterTheWorkerHasEnded)
             thread.Stop();
             EXPECT_TRUE(hasEnded);
         };
-        ASSERT_EQ(0, thread.Start("stopped", Thread::PRIORITY_MIN));
+        ASSERT_EQ(0, thread.Start("stopped", Thread::PRIORITY_MAX));
         Simulation::LetOthersRun();
         const int32_t id = thread.GetId();
         std::thread first(stop);
