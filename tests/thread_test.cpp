@@ -64,6 +64,9 @@ TEST(Thread, RunsUntilStoppedAndAgainUnderANewName)
     TestThread thread([&] {
         seenName = ThreadName();
         EXPECT_EQ(Thread::PRIORITY_DEFAULT, Simulation::LastScheduling().priority);
+        TestThread other([] { return false; });
+        EXPECT_EQ(0, other.Start("other", Thread::PRIORITY_DEFAULT));
+        other.Stop();  // not refused on the worker of another object
         ++runs;
         Simulation::LetOthersRun();
         return true;
