@@ -17,7 +17,7 @@ std::string Error(const std::string& text) { return "E Memoryfd: " + text; }
 
 TEST(Memfd, RefusesBadNamesAndSizesAndLeavesNothingOpen)
 {
-    const int lowestFree = dup(0);
+    const int lowestFree = dup(2);
     close(lowestFree);
     const std::string tooLong(250, 'n');
     const LogCapture log;
@@ -30,7 +30,7 @@ TEST(Memfd, RefusesBadNamesAndSizesAndLeavesNothingOpen)
                         Error("MemfdCreateRegion(" + tooLong + ", 4096) failed: 22."),
                         Error("ftruncate(n, -1) failed for memfd creation: 22.")}),
               log.Lines());
-    EXPECT_EQ(lowestFree, dup(0));
+    EXPECT_EQ(lowestFree, dup(2));
     close(lowestFree);
 }
 
@@ -40,7 +40,7 @@ TEST(Memfd, TellsRegionsFromOtherDescriptors)
     close(0);
     const LogCapture log;
     FailCall("fcntl", EMFILE);
-    EXPECT_EQ(-1, osal::MemfdCreateRegion("n", 1));  // only 0 is free
+    EXPECT_EQ(-1, osal::MemfdCreateRegion("n", 1));  // 0 is free, and cannot be duplicated
     FailCall(nullptr);
     close(1);
     const int lowest = osal::MemfdCreateRegion("region", 1);  // a region is never descriptor 0
@@ -69,8 +69,8 @@ TEST(Memfd, TellsRegionsFromOtherDescriptors)
 TEST(Memfd, CreatesRegionsThatSurviveExecAndCanBeWriteProtectedForGood)
 {
     const LogCapture log;
-    const int region = osal::MemfdCreateRegion("region", 4096);
-    EXPECT_TRUE(osal::MemfdGetRegionSize(region) == 4096 && lseek(region, 0, SEEK_CUR) == 0);
+    const int region = osal::MemfdCreateRegion("region", 5000);
+    EXPECT_TRUE(osal::MemfdGetRegionSize(region) == 5000 && lseek(region, 0, SEEK_CUR) == 0);
     EXPECT_EQ(0, fcntl(region, F_GETFD));
     const int sealsBefore = fcntl(region, F_GET_SEALS);
     EXPECT_EQ(-1, osal::MemfdSetProtRegion(region, 0));

@@ -284,7 +284,7 @@ void UseFromManySides(unsigned int seed, uint64_t unitNs, bool isSimulated)
         for (Message& message : messages[lane]) {
             constexpr std::array<uint64_t, 4> DELAYS{0, 1, 5, 20};
             const uint64_t delayNs = DELAYS[random() % 4] * unitNs;
-            EXPECT_NE(0, queue.GetThreadId());
+            queue.GetThreadId();  // also while another thread destroys the worker
             message.lastDue = isSimulated ? &lastDue[lane] : nullptr;
             message.dueNs = Message::NowNs() + static_cast<int64_t>(delayNs);
             message.expectedEnds = queue.QueueMsg(&message, delayNs) == 0 ? 1 : 0;

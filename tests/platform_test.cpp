@@ -3,16 +3,18 @@
 #include <android/log.h>
 #include <cerrno>
 #include <chrono>
+#include <cstdlib>
 #include <ctime>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <memcpy_s.h>
+#include <thread>
 #include <unistd.h>
 #include <utils/CallStack.h>
 
 using testing::ContainsRegex;
 
-// The one call that only bionic has.
+// Stands in for the call that only bionic has, which the header below uses.
 static std::chrono::nanoseconds lastDeadline{};
 
 extern "C" int pthread_cond_timedwait_monotonic_np(pthread_cond_t*, pthread_mutex_t*, const timespec* deadline)
@@ -26,7 +28,7 @@ extern "C" int pthread_cond_timedwait_monotonic_np(pthread_cond_t*, pthread_mute
 
 TEST(Log, WritesTheColumnsOfThreadtime)
 {
-    setenv("TZ", "ELSEWHERE-3", 1);
+    setenv("TZ", "ELSEWHERE-3", 1);  // local time, not UTC
     const auto hour = [] {
         char text[12];
         const time_t now = time(nullptr);
@@ -39,12 +41,13 @@ TEST(Log, WritesTheColumnsOfThreadtime)
     errno = 77;
     EXPECT_GT(__android_log_print(ANDROID_LOG_WARN, "Tag", "%s=%d", "text", 5), 0);
     EXPECT_EQ(77, errno);
-    __android_log_print(9, nullptr, "%s", longText.c_str());  // no tag, and a priority without a letter
-    const std::string head = "(" + before + "|" + hour() + "):[0-9]{2}:[0-9]{2}[.][0-9]{3} +" +
-                             std::to_string(getpid()) + " +" + std::to_string(gettid());
-    EXPECT_THAT(
-        testing::internal::GetCapturedStderr(),
-        testing::MatchesRegex(head + " W Tag     : text=5\n" + head + " [?]         : " + longText + "\n"));
+    // By another thread, without a tag, and with a priority that has no letter.
+    std::thread(__android_log_print, 9, nullptr, "%s", longText.c_str()).join();
+    const std::string head =
+        "(" + before + "|" + hour() + "):[0-9]{2}:[0-9]{2}[.][0-9]{3} +" + std::to_string(getpid()) + " +";
+    EXPECT_THAT(testing::internal::GetCapturedStderr(),
+                testing::MatchesRegex(head + std::to_string(gettid()) + " W Tag     : text=5\n" + head + "[0-9]+" +
+                                      " [?]         : " + longText + "\n"));
 }
 
 // Each asm statement keeps the call before it from becoming a jump, which leaves no frame.
@@ -68,13 +71,13 @@ TEST(CallStack, LeavesOutTheInnermostFramesAskedForAndSaysWhenItIsCut)
         return testing::internal::GetCapturedStderr();
     };
     EXPECT_THAT(stackOf(400, 1), testing::EndsWith("(further frames are not shown)\n"));
-    // A static function has no name at run time.
+    // Nothing is left of the deep stack. A static function has no name at run time.
     EXPECT_THAT(stackOf(0, 0),
                 ContainsRegex("^[^\n]* D Stack   : #00 pc [^\n]*android::CallStack::CallStack[^\n]*\n"
                               "[^\n]*#01 pc [^\n]*LogStack\\(int\\)[+][0-9]{1,3}\\)\n"
                               "[^\n]*#02 pc [0-9a-f]{16}  [^\n]*/platform_tests\n"));
     EXPECT_THAT(stackOf(0, 1), ContainsRegex("^[^\n]*#00 pc [^\n]*LogStack\\(int\\)"));
-    EXPECT_EQ("", stackOf(0, 200));
+    EXPECT_EQ("", stackOf(0, 200));  // this stack has fewer frames
 }
 
 TEST(BoundedCopy, CopiesOrZeroes)
@@ -82,10 +85,10 @@ TEST(BoundedCopy, CopiesOrZeroes)
     char to[] = "abcdefghij";
     EXPECT_EQ(0, memcpy_s(to + 2, 2, to, 2));  // side by side is no overlap
     EXPECT_EQ(EINVAL, memcpy_s(to + 5, 2, to + 4, 2));
-    EXPECT_EQ(0, memcpy_s(to + 8, SIZE_MAX / 2, to + 9, 1));
+    EXPECT_EQ(0, memcpy_s(to + 6, SIZE_MAX / 2, to + 9, 1));
     EXPECT_EQ(EINVAL, memcpy_s(to + 7, 1, nullptr, 1));
     EXPECT_EQ(ERANGE, memcpy_s(to + 8, 1, "more", 2));
-    EXPECT_EQ(std::string("ababe\0\0\0\0j", 10), std::string(to, 10));
+    EXPECT_EQ(std::string("ababe\0j\0\0j", 10), std::string(to, 10));
 }
 
 TEST(MonotonicWait, OfAndroidAsksForItsDeadlineOnTheMonotonicClock)

@@ -197,7 +197,8 @@ int WaitForCondition(pthread_cond_t* cond, pthread_mutex_t* mutex, uint64_t dead
 int Notify(pthread_cond_t* cond, bool all)
 {
     Switch();
-    if (*reinterpret_cast<volatile char*>(cond) != 0) {
+    // No thread of a simulation waits in glibc, so a condition keeps the zeros that it begins with.
+    if (*reinterpret_cast<char*>(cond) != 0) {
         Fail("the memory of a notified condition has been freed");
     }
     WakeAt(AT_CONDITION, cond, all);
@@ -206,8 +207,8 @@ int Notify(pthread_cond_t* cond, bool all)
 
 uint64_t DeadlineNs(const timespec* time, clockid_t clock)
 {
-    if (clock != CLOCK_MONOTONIC) {
-        Fail("a wait on a clock that can be set");
+    if (clock != CLOCK_MONOTONIC || time->tv_sec < 0) {
+        Fail("a wait on a clock that can be set, or until a negative time");
     }
     return static_cast<uint64_t>(time->tv_sec) * 1'000'000'000 + static_cast<uint64_t>(time->tv_nsec);
 }
@@ -262,7 +263,7 @@ void FailCall(const char* call, int error)
 
 Simulation::Simulation(unsigned int seed)
 {
-    [[maybe_unused]] static const int keyResult = pthread_key_create(&endKey, EndThread);
+    [[maybe_unused]] static const int created = pthread_key_create(&endKey, EndThread);  // once for all
     for (SimulatedThread& thread : threads) {
         thread = {};
         thread.deadlineNs = NEVER;
@@ -368,7 +369,7 @@ int pthread_detach(pthread_t handle) noexcept
     return REAL(pthread_detach)(handle);
 }
 
-// A thread may have any policy and priority already.
+// Never the policy that was set last: SetThreadPriority() may neither keep this policy nor rely on it.
 int pthread_getschedparam(pthread_t /*thread*/, int* policy, sched_param* param) noexcept
 {
     *policy = lastScheduling.policy == SCHED_FIFO ? SCHED_OTHER : SCHED_FIFO;
