@@ -382,8 +382,9 @@ Image RandomImage(const Type& type, Choices& choices, bool mayBeNull = false)
         case META_TYPE_BYTE_BUFFER: return choices.Bytes(choices.Below(24));
         case META_TYPE_OBJECT: return ImageOf(OBJECTS[choices.Below(OBJECTS.size())]);
         case META_TYPE_FRACTION: return choices.Bytes(4) + *ImageOf(static_cast<int32_t>(choices.Below(3)) - 1);
-        // Numbers alone: widening a signalling NaN changes its bits. A double that no float holds, or 0.0 or -0.0.
+        // Numbers alone: widening a signalling NaN changes its bits.
         case META_TYPE_FLOAT: return ImageOf(static_cast<float>(choices.Below(256)) / 8);
+        // 0.0, -0.0, or what no float holds.
         case META_TYPE_DOUBLE:
             return ImageOf((choices.Below(2) == 0 ? -0.1 : 0.1) * static_cast<double>(choices.Below(3)));
         default: return choices.Bytes(type.zero->size());
