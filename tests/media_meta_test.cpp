@@ -100,7 +100,6 @@ TEST(MediaMeta, SparesItemsHeldElsewhere)
     EXPECT_EQ(2, object.use_count());
     EXPECT_TRUE(MediaMeta().Merge(std::move(meta)));  // with the last reference to it
     EXPECT_STREQ("text", held->mValue.stringValue);
-    EXPECT_EQ(&MetaItem::Destroy, *std::get_deleter<void (*)(MetaItem*)>(held));
     MetaItem::Destroy(nullptr);
     EXPECT_EQ(osal::META_TYPE_NONE, MetaItem::Create()->mType);
 }
