@@ -125,6 +125,7 @@ TEST(Faults, OfTheSystemAreReportedAndTheCallsCanBeRepeated)
     FailCall("pthread_create", EAGAIN);
     EXPECT_EQ(-12, thread.Start("t", osal::Thread::PRIORITY_MIN));
     EXPECT_EQ(-1, thread.GetId());
+    thread.Stop();
     EXPECT_EQ(-12, queue.Start("t", osal::Thread::PRIORITY_MIN));
     allocationsLeft = 0;
     EXPECT_EQ(-12, queue.Start("t", osal::Thread::PRIORITY_MIN));

@@ -195,14 +195,12 @@ struct ModelParam {
 // What the library should have logged in this step.
 LogLines modelLog;
 
-void Log(const std::string& line) { modelLog.push_back(line); }
-
 bool Set(ModelMeta& meta, const char* key, int32_t type, const Image& image)
 {
     const bool isMissing = !image || (type == META_TYPE_BYTE_BUFFER && image->empty());
     if (type == META_TYPE_BYTE_BUFFER && (key == nullptr || isMissing)) {
-        Log(Format("E MediaMeta: name %s, data %s, size %zu", key ? "0x" : "(nil)", image ? "0x" : "(nil)",
-                   image ? image->size() : 0));
+        modelLog.push_back(Format("E MediaMeta: name %s, data %s, size %zu", key ? "0x" : "(nil)",
+                                  image ? "0x" : "(nil)", image ? image->size() : 0));
     }
     if (key == nullptr || isMissing || (type == META_TYPE_FRACTION && ValueOf<Meta::Fraction>(image).den == 0)) {
         return false;
@@ -220,7 +218,7 @@ std::optional<ModelMeta> Copy(const ModelMeta& meta)
         if (item->type != META_TYPE_STRING && item->type != META_TYPE_BYTE_BUFFER) {
             copy[key] = item;
         } else if (!Set(copy, key.c_str(), item->type, item->image)) {
-            Log("E MediaMeta: Copy: copy " + key + " failed");
+            modelLog.push_back("E MediaMeta: Copy: copy " + key + " failed");
             return std::nullopt;
         }
     }
@@ -231,9 +229,9 @@ bool Merge(ModelMeta& meta, const ModelMeta& other)
 {
     for (const auto& [key, item] : other) {
         if (!TypeOf(item->type).format) {
-            Log("E MediaMeta: Merge: Should not be here mType: " + std::to_string(item->type));
+            modelLog.push_back("E MediaMeta: Merge: Should not be here mType: " + std::to_string(item->type));
         } else if (!Set(meta, key.c_str(), item->type, item->image)) {
-            Log("E MediaMeta: Merge: Merge " + key + " failed");
+            modelLog.push_back("E MediaMeta: Merge: Merge " + key + " failed");
             return false;
         }
     }
@@ -242,15 +240,15 @@ bool Merge(ModelMeta& meta, const ModelMeta& other)
 
 void Dump(const ModelMeta& meta)
 {
-    Log("D MediaMeta: ######## MediaMeta dump debug");
+    modelLog.push_back("D MediaMeta: ######## MediaMeta dump debug");
     for (const auto& [key, item] : meta) {
         const Type& type = TypeOf(item->type);
         if (item->type == META_TYPE_NONE) {
-            Log("D MediaMeta: empty item");
+            modelLog.push_back("D MediaMeta: empty item");
         } else if (!type.format) {
-            Log("E MediaMeta: Dump: Unknown item: " + std::to_string(item->type));
+            modelLog.push_back("E MediaMeta: Dump: Unknown item: " + std::to_string(item->type));
         } else {
-            Log("D MediaMeta: (" + key + ", " + type.dump(item->image) + ")");
+            modelLog.push_back("D MediaMeta: (" + key + ", " + type.dump(item->image) + ")");
         }
     }
 }
@@ -258,7 +256,7 @@ void Dump(const ModelMeta& meta)
 int32_t WriteFixed(ModelParam& param, const Image& image)
 {
     if (param.fixed.size() + image->size() > param.capacity) {
-        Log("E MediaParam: WriteFixed failed: ERR_NO_MORE.");
+        modelLog.push_back("E MediaParam: WriteFixed failed: ERR_NO_MORE.");
         return ERR_NO_MORE;
     }
     param.fixed += *image;
@@ -268,7 +266,7 @@ int32_t WriteFixed(ModelParam& param, const Image& image)
 Image ReadFixed(ModelParam& param, size_t sizeBytes)
 {
     if (param.fixed.size() - param.readPos < sizeBytes) {
-        Log("E MediaParam: ReadFixed failed: ERR_NO_MORE.");
+        modelLog.push_back("E MediaParam: ReadFixed failed: ERR_NO_MORE.");
         return std::nullopt;
     }
     param.readPos += sizeBytes;
@@ -280,8 +278,9 @@ bool CheckCarried(const std::string& verb, const std::string& operation, int32_t
     const Type& row = TypeOf(type);
     if (row.elements == 0) {
         const bool isOwner = type == META_TYPE_BYTE_BUFFER || type == META_TYPE_OBJECT;
-        Log("E MediaMeta: " + (isOwner ? "MediaParam doesn't support " + verb + row.name + " method"
-                                       : operation + ": Should not be here mType: " + std::to_string(type)));
+        modelLog.push_back("E MediaMeta: " +
+                           (isOwner ? "MediaParam doesn't support " + verb + row.name + " method"
+                                    : operation + ": Should not be here mType: " + std::to_string(type)));
     }
     return row.elements > 0;
 }
@@ -345,10 +344,10 @@ bool ReadMeta(ModelMeta& meta, ModelParam& param)
 void Copy(ModelParam& param, const ModelParam* other)
 {
     if (other == nullptr) {
-        Log("E MediaParam: Copy: Target pointer can not be nullptr");
+        modelLog.push_back("E MediaParam: Copy: Target pointer can not be nullptr");
     } else if (other != &param) {
         if (other->capacity == 0) {
-            Log("E MediaParam: Copy:Copy failed, invalid size: 0.");
+            modelLog.push_back("E MediaParam: Copy:Copy failed, invalid size: 0.");
         }
         param = other->capacity == 0 ? ModelParam{0, {}, 0, {}, {}} : *other;
         param.readPos = param.strings.readCount = param.objects.readCount = 0;

@@ -108,6 +108,7 @@ TEST_F(MsgQueueTest, RefusesMessagesUnlessStartedAndStartsAgainAfterStop)
         EXPECT_EQ(-1, mQueue.GetThreadId());
         EXPECT_EQ(-38, mQueue.QueueMsg(nullptr, 0));
         EXPECT_EQ(-38, mQueue.QueueMsg(Named("handler"), 0));
+        mQueue.RemoveMsg(Named("handler"));
         mQueue.Stop();
         Start(name);
         EXPECT_EQ(-1, mQueue.GetThreadId());  // the worker has not begun
