@@ -101,8 +101,7 @@ public:
         /// Returns a new item of META_TYPE_NONE whose deleter is Destroy(). `mValue` is not initialised.
         static std::shared_ptr<MetaItem> Create();
 
-        /// The deleter of every item: releases what the item owns, then the item, whose memory is part of what
-        /// Create() allocated. Not for callers.
+        /// The deleter of every item: releases what the item owns, and deletes the item. Does nothing for null.
         static void Destroy(MetaItem* item);
 
         /// Called by Create() only.
@@ -126,8 +125,8 @@ public:
             float floatValue;  ///< For META_TYPE_FLOAT.
             double doubleValue;  ///< For META_TYPE_DOUBLE.
             void* pointerValue;  ///< For META_TYPE_POINTER: an address that the item does not own.
-            char* stringValue;  ///< For META_TYPE_STRING: from strdup(). Null if a parcel had no string for the
-                                ///< entry.
+            char* stringValue;  ///< For META_TYPE_STRING: from strdup(). Null if it could not be read
+                                ///< from a parcel.
             ByteBuffer byteBufferValue;  ///< For META_TYPE_BYTE_BUFFER: `data` is from new[], or null.
             Fraction fractionValue;  ///< For META_TYPE_FRACTION.
             Rect rectValue;  ///< For META_TYPE_RECT.
@@ -184,10 +183,8 @@ public:
         static const std::string& EmptyKey();
         static const std::shared_ptr<MetaItem>& EmptyValue();
 
-        [[maybe_unused]] const ItemMap* mMap;  // null in copies; only its place in the layout is used
+        const ItemMap* mMap;  // tells Key(), Value() and ++ where the entries end
         ItemMap::const_iterator mIter;
-        // Tells Key(), Value() and ++ where the entries end. mMap cannot: it is null in a copy.
-        ItemMap::const_iterator mEnd;
     };
 
     /// Returns a new empty container.
@@ -310,13 +307,14 @@ public:
 
     /// Returns a new container with the same entries. **The containers share their items**, except strings and
     /// byte buffers, which are copied: setting the key of a shared item in one container changes both. Logs one or
-    /// two errors and returns an empty pointer if a string or a byte buffer cannot be copied, because the entry
-    /// came from a parcel without its value or because there is no memory for a string. This container never
-    /// changes.
+    /// two errors and returns an empty pointer if a string or a byte buffer cannot be copied: the entry came from a
+    /// parcel without its value, there is no memory for a string, or the platform refuses to copy that many bytes.
+    /// This container never changes.
     std::shared_ptr<MediaMeta> Copy() const;
 
     /// Sets every entry of `other` in this container through the setters, in key order. Objects are shared. At the
-    /// first entry that its setter refuses, logs an error and returns false; the entries before stay merged.
+    /// first entry that its setter refuses, logs one or two errors and returns false; the entries before stay
+    /// merged.
     /// Setters also refuse entries from a parcel without their string or bytes, or with the denominator 0. Entries
     /// of 8-bit, 16-bit and unsigned integers, of META_TYPE_NONE and of unknown types are skipped, with an error
     /// line each, and do not change the result. If `other` is an empty pointer, returns false and logs nothing. If
@@ -347,13 +345,13 @@ public:
     /// the previous item of its key, whatever its type: no other operation changes the type of a key. Other
     /// containers keep the previous item. Other entries stay.
     ///
-    /// Returns false if an entry has a type that is not carried (logs an error) or has no string (logs nothing).
-    /// Such an entry is stored with its type and an empty value. Also returns false, and logs nothing, for null.
+    /// Returns false if an entry has a type that is not carried (logs an error), has no string (logs nothing), or
+    /// if there is no memory for its string (logs an error). Such an entry is stored with its type and an empty
+    /// value. Also returns false, and logs nothing, for null.
     ///
     /// **The result does not tell that fixed-size values are missing**: they are read as zeros, with an error line
     /// each from the parcel. Nothing checks that the parcel contains a container: the count is trusted, and
-    /// entries without a key are skipped. If memory runs out, the entries that were read before stay. If there is
-    /// no memory for a string, logs an error, keeps the previous item of the key and returns false.
+    /// entries without a key are skipped. If memory runs out, the entries that were read before stay.
     bool ReadFromMediaParam(const MediaParam* param);
 
 private:
@@ -368,27 +366,19 @@ private:
 // Inline for speed: iteration is mostly these operations.
 
 OSAL_INLINE MediaMeta::ConstIterator::ConstIterator(const ItemMap& map, ItemMap::const_iterator position)
-    : mMap(&map), mIter(position), mEnd(map.end())
+    : mMap(&map), mIter(position)
 {
 }
 
-OSAL_INLINE MediaMeta::ConstIterator::ConstIterator(const ConstIterator& other)
-    : mMap(nullptr), mIter(other.mIter), mEnd(other.mEnd)
-{
-}
+OSAL_INLINE MediaMeta::ConstIterator::ConstIterator(const ConstIterator& other) = default;
 
 OSAL_INLINE MediaMeta::ConstIterator::~ConstIterator() {}
 
-OSAL_INLINE MediaMeta::ConstIterator& MediaMeta::ConstIterator::operator=(const ConstIterator& other)
-{
-    mIter = other.mIter;
-    mEnd = other.mEnd;
-    return *this;
-}
+OSAL_INLINE MediaMeta::ConstIterator& MediaMeta::ConstIterator::operator=(const ConstIterator& other) = default;
 
 OSAL_INLINE MediaMeta::ConstIterator& MediaMeta::ConstIterator::operator++()
 {
-    if (mIter != mEnd) {
+    if (mIter != mMap->end()) {
         ++mIter;
     }
     return *this;
@@ -400,12 +390,12 @@ OSAL_INLINE MediaMeta::ConstIterator& MediaMeta::ConstIterator::operator*() { re
 
 OSAL_INLINE const std::string& MediaMeta::ConstIterator::Key() const
 {
-    return mIter != mEnd ? mIter->first : EmptyKey();
+    return mIter != mMap->end() ? mIter->first : EmptyKey();
 }
 
 OSAL_INLINE const std::shared_ptr<MediaMeta::MetaItem>& MediaMeta::ConstIterator::Value() const
 {
-    return mIter != mEnd ? mIter->second : EmptyValue();
+    return mIter != mMap->end() ? mIter->second : EmptyValue();
 }
 
 OSAL_INLINE bool MediaMeta::ConstIterator::operator==(const ConstIterator& other) const

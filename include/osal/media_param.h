@@ -52,11 +52,11 @@ class OSAL_API MediaParam {
 public:
     /// Creates an empty parcel.
     MediaParam();
-    /// Creates a copy of `other` that reads from the start, as from Copy(). If `other` has a capacity of 0, the
-    /// new parcel has too, and all its fixed-size writes and reads fail.
+    /// Creates a copy of `other` that reads from the start, as from Copy(). If `other` has a capacity of 0, logs an
+    /// error, and the new parcel has a capacity of 0, too: all its fixed-size writes and reads fail.
     MediaParam(const MediaParam& other);
-    /// As the other copy constructor. From null, the new parcel has a capacity of 0.
-    explicit MediaParam(const MediaParam* other);
+    /// As the other copy constructor. From null, logs an error, and the new parcel has a capacity of 0.
+    MediaParam(const MediaParam* other);
     /// As Copy().
     MediaParam& operator=(const MediaParam& other);
     /// Releases the objects, the last written first.
@@ -136,6 +136,8 @@ private:
     int32_t WriteFixed(T value);
     template <typename T>
     int32_t ReadFixed(T* out) const;
+    template <typename T>
+    T ReadFixedOrZero() const;
     void Reset();
 
     std::unique_ptr<uint8_t[]> mData;

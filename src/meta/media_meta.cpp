@@ -6,7 +6,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
-#include <new>
 #include <type_traits>
 
 namespace osal {
@@ -28,38 +27,6 @@ static_assert(META_TYPE_NONE == 0 && META_TYPE_INT8 == 1 && META_TYPE_INT16 == 2
 // "%ld" and the mangled names of the 64-bit operations depend on this.
 static_assert(std::is_same_v<int64_t, long> && std::is_same_v<uint64_t, unsigned long>);
 
-namespace {
-
-using Item = MediaMeta::MetaItem;
-
-// One allocation for an item and the reference count of its shared pointer. It is freed with the count, which weak
-// pointers may need longer than the item.
-struct ItemBlock {
-    alignas(Item) std::byte mItem[sizeof(Item)];
-    alignas(void*) std::byte mCount[6 * sizeof(void*)];
-};
-
-template <typename Count>
-struct CountAllocator {
-    using value_type = Count;
-
-    explicit CountAllocator(ItemBlock* block) : mBlock(block) {}
-    template <typename Other>
-    CountAllocator(const CountAllocator<Other>& other) : mBlock(other.mBlock)
-    {
-    }
-    Count* allocate(size_t /*number*/)
-    {
-        static_assert(sizeof(Count) <= sizeof(mBlock->mCount) && alignof(Count) <= alignof(void*));
-        return reinterpret_cast<Count*>(mBlock->mCount);
-    }
-    void deallocate(Count* /*count*/, size_t /*number*/) { delete mBlock; }
-
-    ItemBlock* mBlock;
-};
-
-}  // namespace
-
 MediaMeta::MetaBase::~MetaBase() = default;
 
 // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): the code that sets the type sets the value
@@ -67,11 +34,7 @@ MediaMeta::MetaItem::MetaItem() : mType(META_TYPE_NONE) {}
 
 MediaMeta::MetaItem::~MetaItem() = default;
 
-std::shared_ptr<MediaMeta::MetaItem> MediaMeta::MetaItem::Create()
-{
-    auto* block = new ItemBlock;
-    return {new (block->mItem) MetaItem, &MetaItem::Destroy, CountAllocator<MetaItem>(block)};
-}
+std::shared_ptr<MediaMeta::MetaItem> MediaMeta::MetaItem::Create() { return {new MetaItem, &MetaItem::Destroy}; }
 
 void MediaMeta::MetaItem::Destroy(MetaItem* item)
 {
@@ -85,7 +48,7 @@ void MediaMeta::MetaItem::Destroy(MetaItem* item)
         delete[] item->mValue.byteBufferValue.data;
         item->mValue.byteBufferValue = {0, nullptr};
     }
-    std::destroy_at(item);
+    delete item;
 }
 
 std::shared_ptr<MediaMeta::MetaItem> CreateZeroItem(MetaType type)

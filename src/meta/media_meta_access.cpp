@@ -18,35 +18,32 @@ using Item = MediaMeta::MetaItem;
 using Value = Item::Value;
 
 template <typename T>
-struct Row {
+struct Member {
     MetaType type;
-    T Value::*member;
+    T Value::*pointer;
 };
 template <typename T>
-Row(MetaType, T Value::*) -> Row<T>;
+Member(MetaType, T Value::*) -> Member<T>;
 
-// One row for each type that the setters and getters copy.
-// clang-format off: one line for each row
-constexpr std::tuple ROWS{
-    Row{META_TYPE_INT8, &Value::int8Value},         Row{META_TYPE_INT16, &Value::int16Value},
-    Row{META_TYPE_INT32, &Value::int32Value},       Row{META_TYPE_INT64, &Value::int64Value},
-    Row{META_TYPE_UINT8, &Value::uint8Value},       Row{META_TYPE_UINT16, &Value::uint16Value},
-    Row{META_TYPE_UINT32, &Value::uint32Value},     Row{META_TYPE_UINT64, &Value::uint64Value},
-    Row{META_TYPE_FLOAT, &Value::floatValue},       Row{META_TYPE_DOUBLE, &Value::doubleValue},
-    Row{META_TYPE_POINTER, &Value::pointerValue},   Row{META_TYPE_BYTE_BUFFER, &Value::byteBufferValue},
-    Row{META_TYPE_FRACTION, &Value::fractionValue}, Row{META_TYPE_RECT, &Value::rectValue},
+// The member of the union for each type that the setters and getters copy.
+// clang-format off: two members on a line
+constexpr std::tuple MEMBERS{
+    Member{META_TYPE_INT8, &Value::int8Value},         Member{META_TYPE_INT16, &Value::int16Value},
+    Member{META_TYPE_INT32, &Value::int32Value},       Member{META_TYPE_INT64, &Value::int64Value},
+    Member{META_TYPE_UINT8, &Value::uint8Value},       Member{META_TYPE_UINT16, &Value::uint16Value},
+    Member{META_TYPE_UINT32, &Value::uint32Value},     Member{META_TYPE_UINT64, &Value::uint64Value},
+    Member{META_TYPE_FLOAT, &Value::floatValue},       Member{META_TYPE_DOUBLE, &Value::doubleValue},
+    Member{META_TYPE_POINTER, &Value::pointerValue},   Member{META_TYPE_BYTE_BUFFER, &Value::byteBufferValue},
+    Member{META_TYPE_FRACTION, &Value::fractionValue}, Member{META_TYPE_RECT, &Value::rectValue},
 };
 // clang-format on
 
-// The row of a type; does not compile for a type without a row.
+// Does not compile for a type without a member.
 template <typename T>
-constexpr Row<T> ROW = std::get<Row<T>>(ROWS);
-
-// What a setter did with the item. STORED_UNFILLED: the item has a new buffer, but the bytes could not be copied.
-enum StoreResult { NOT_STORED, STORED, STORED_UNFILLED };
+constexpr Member<T> MEMBER_OF = std::get<Member<T>>(MEMBERS);
 
 // The rule of all setters. Runs `store` on the item of the entry if the item is of `type`, or on a new all-zero
-// item, which is inserted unless nothing was stored. True if the value was stored completely.
+// item, which is inserted if `store` returns true. Returns true if the item is in the container and `store` did.
 template <typename Store>
 bool SetItem(MediaMeta::ItemMap& items, const char* key, MetaType type, Store store)
 {
@@ -57,23 +54,22 @@ bool SetItem(MediaMeta::ItemMap& items, const char* key, MetaType type, Store st
     const auto position = items.lower_bound(name);
     if (position != items.end() && position->first == name) {
         Item& item = *position->second;
-        return item.mType == type && store(item) == STORED;
+        return item.mType == type && store(item);
     }
     auto item = CreateZeroItem(type);
-    const StoreResult result = store(*item);
-    if (result == NOT_STORED) {
+    if (!store(*item)) {
         return false;
     }
     items.emplace_hint(position, std::move(name), std::move(item));
-    return result == STORED;
+    return true;
 }
 
 template <typename T>
 bool SetPlain(MediaMeta::ItemMap& items, const char* key, T value)
 {
-    return SetItem(items, key, ROW<T>.type, [value](Item& item) {
-        item.mValue.*ROW<T>.member = value;
-        return STORED;
+    return SetItem(items, key, MEMBER_OF<T>.type, [value](Item& item) {
+        item.mValue.*MEMBER_OF<T>.pointer = value;
+        return true;
     });
 }
 
@@ -93,11 +89,11 @@ const Item* FindItem(const MediaMeta::ItemMap& items, const char* key, MetaType 
 template <typename T>
 bool GetPlain(const MediaMeta::ItemMap& items, const char* key, T& value)
 {
-    const Item* item = FindItem(items, key, ROW<T>.type);
+    const Item* item = FindItem(items, key, MEMBER_OF<T>.type);
     if (item == nullptr) {
         return false;
     }
-    value = item->mValue.*ROW<T>.member;
+    value = item->mValue.*MEMBER_OF<T>.pointer;
     return true;
 }
 
@@ -173,17 +169,17 @@ bool MediaMeta::SetRect(const char* key, int32_t a, int32_t b, int32_t c, int32_
 
 bool MediaMeta::SetString(const char* key, const char* value)
 {
-    return SetItem(mItems, key, META_TYPE_STRING,
-                   [value](Item& item) { return StoreString(item, value) ? STORED : NOT_STORED; });
+    return SetItem(mItems, key, META_TYPE_STRING, [value](Item& item) { return StoreString(item, value); });
 }
 
 bool MediaMeta::SetByteBuffer(const char* key, ByteBuffer value)
 {
-    if (!CheckBuffer(key, value)) {
-        return false;
-    }
-    return SetItem(mItems, key, META_TYPE_BYTE_BUFFER,
-                   [value](Item& item) { return StoreBuffer(item, value) ? STORED : STORED_UNFILLED; });
+    bool isCopied = false;
+    const auto store = [&](Item& item) {
+        isCopied = StoreBuffer(item, value);
+        return true;  // the item has the new buffer in any case
+    };
+    return CheckBuffer(key, value) && SetItem(mItems, key, META_TYPE_BYTE_BUFFER, store) && isCopied;
 }
 
 bool MediaMeta::SetByteBuffer(const char* key, uint8_t* data, uint64_t size)
@@ -196,7 +192,7 @@ bool MediaMeta::SetObject(const char* key, const std::shared_ptr<MetaBase>& valu
     return SetItem(mItems, key, META_TYPE_OBJECT, [&value](Item& item) {
         auto previous = value;  // released last: the destructor of the previous object may call the container
         item.mObject.swap(previous);
-        return STORED;
+        return true;
     });
 }
 
@@ -213,6 +209,7 @@ bool MediaMeta::GetDouble(const char* key, double& value) const { return GetPlai
 bool MediaMeta::GetPointer(const char* key, void*& value) const { return GetPlain(mItems, key, value); }
 bool MediaMeta::GetFraction(const char* key, Fraction& value) const { return GetPlain(mItems, key, value); }
 bool MediaMeta::GetRect(const char* key, Rect& value) const { return GetPlain(mItems, key, value); }
+bool MediaMeta::GetByteBuffer(const char* key, ByteBuffer& value) const { return GetPlain(mItems, key, value); }
 
 bool MediaMeta::GetFraction(const char* key, int32_t& num, int32_t& den) const
 {
@@ -235,16 +232,6 @@ bool MediaMeta::GetRect(const char* key, int32_t& a, int32_t& b, int32_t& c, int
     b = value.b;
     c = value.c;
     d = value.d;
-    return true;
-}
-
-bool MediaMeta::GetByteBuffer(const char* key, ByteBuffer& value) const
-{
-    const Item* item = FindItem(mItems, key, META_TYPE_BYTE_BUFFER);
-    if (item == nullptr) {
-        return false;
-    }
-    value = item->mValue.byteBufferValue;
     return true;
 }
 

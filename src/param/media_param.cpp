@@ -121,6 +121,14 @@ int32_t MediaParam::ReadFixed(T* out) const
     return 0;
 }
 
+template <typename T>
+T MediaParam::ReadFixedOrZero() const
+{
+    T value{};
+    ReadFixed(&value);
+    return value;
+}
+
 int32_t MediaParam::WriteInt32(int32_t value) { return WriteFixed(value); }
 
 int32_t MediaParam::WriteInt64(int64_t value) { return WriteFixed(value); }
@@ -156,40 +164,15 @@ int32_t MediaParam::ReadDouble(double* out) const { return ReadFixed(out); }
 
 int32_t MediaParam::ReadRawPointer(uint8_t** out) const { return ReadFixed(out); }
 
-int32_t MediaParam::ReadInt32() const
-{
-    int32_t value = 0;
-    ReadFixed(&value);
-    return value;
-}
+int32_t MediaParam::ReadInt32() const { return ReadFixedOrZero<int32_t>(); }
 
-int64_t MediaParam::ReadInt64() const
-{
-    int64_t value = 0;
-    ReadFixed(&value);
-    return value;
-}
+int64_t MediaParam::ReadInt64() const { return ReadFixedOrZero<int64_t>(); }
 
-float MediaParam::ReadFloat() const
-{
-    float value = 0.0F;
-    ReadFixed(&value);
-    return value;
-}
+float MediaParam::ReadFloat() const { return ReadFixedOrZero<float>(); }
 
-double MediaParam::ReadDouble() const
-{
-    double value = 0.0;
-    ReadFixed(&value);
-    return value;
-}
+double MediaParam::ReadDouble() const { return ReadFixedOrZero<double>(); }
 
-uint8_t* MediaParam::ReadRawPointer() const
-{
-    uint8_t* value = nullptr;
-    ReadFixed(&value);
-    return value;
-}
+uint8_t* MediaParam::ReadRawPointer() const { return ReadFixedOrZero<uint8_t*>(); }
 
 const char* MediaParam::ReadString() const
 {

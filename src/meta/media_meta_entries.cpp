@@ -18,15 +18,6 @@ using Item = MediaMeta::MetaItem;
 // Each switch below lists all types and has no default, so that a new type does not compile until it is in every
 // switch. The code after a switch handles the types that the operation leaves out, and unknown types.
 
-// The integers that Merge(), Dump() and parcels leave out.
-#define LIMITED_INTEGERS   \
-    META_TYPE_INT8:        \
-    case META_TYPE_INT16:  \
-    case META_TYPE_UINT8:  \
-    case META_TYPE_UINT16: \
-    case META_TYPE_UINT32: \
-    case META_TYPE_UINT64
-
 void LogLeftOut(const char* operation, MetaType type)
 {
     LOGE("%s: Should not be here mType: %d", operation, type);
@@ -62,7 +53,12 @@ bool MergeItem(MediaMeta& to, const char* key, const Item& item)
         case META_TYPE_RECT: return to.SetRect(key, value.rectValue);
         case META_TYPE_OBJECT: return to.SetObject(key, item.mObject);
         case META_TYPE_NONE:
-        case LIMITED_INTEGERS: break;
+        case META_TYPE_INT8:
+        case META_TYPE_INT16:
+        case META_TYPE_UINT8:
+        case META_TYPE_UINT16:
+        case META_TYPE_UINT32:
+        case META_TYPE_UINT64: break;
     }
     LogLeftOut("Merge", item.mType);
     return true;
@@ -88,7 +84,12 @@ void DumpItem(const char* key, const Item& item)
         case META_TYPE_FRACTION: LOGD("(%s, fraction:(%d/%d))", key, fraction.num, fraction.den); return;
         case META_TYPE_RECT: LOGD("(%s, rect:(%d, %d, %d, %d))", key, rect.a, rect.b, rect.c, rect.d); return;
         case META_TYPE_OBJECT: LOGD("(%s, object:%p)", key, static_cast<void*>(item.mObject.get())); return;
-        case LIMITED_INTEGERS: break;
+        case META_TYPE_INT8:
+        case META_TYPE_INT16:
+        case META_TYPE_UINT8:
+        case META_TYPE_UINT16:
+        case META_TYPE_UINT32:
+        case META_TYPE_UINT64: break;
     }
     LOGE("%s: Unknown item: %d", "Dump", item.mType);
 }
@@ -119,50 +120,49 @@ bool WriteValue(MediaParam& param, const Item& item)
         case META_TYPE_BYTE_BUFFER: LOGE("MediaParam doesn't support WriteByteBuffer method"); return false;
         case META_TYPE_OBJECT: LOGE("MediaParam doesn't support WriteObject method"); return false;
         case META_TYPE_NONE:
-        case LIMITED_INTEGERS: break;
+        case META_TYPE_INT8:
+        case META_TYPE_INT16:
+        case META_TYPE_UINT8:
+        case META_TYPE_UINT16:
+        case META_TYPE_UINT32:
+        case META_TYPE_UINT64: break;
     }
     LogLeftOut("WriteToMediaParam", item.mType);
     return false;
 }
 
-enum ReadResult { COMPLETE, INCOMPLETE, NO_MEMORY };
-
-ReadResult ReadString(const MediaParam& param, Item& item)
-{
-    const char* value = param.ReadString();
-    if (value == nullptr) {
-        return INCOMPLETE;
-    }
-    return StoreString(item, value) ? COMPLETE : NO_MEMORY;
-}
-
-// Reads exactly what WriteValue() wrote for the type of the item.
-ReadResult ReadValue(const MediaParam& param, Item& item)
+// Reads exactly what WriteValue() wrote for the type of the item. Returns false if the item is left without its
+// value.
+bool ReadValue(const MediaParam& param, Item& item)
 {
     Item::Value& value = item.mValue;
     switch (item.mType) {
-        case META_TYPE_INT32: value.int32Value = param.ReadInt32(); return COMPLETE;
-        case META_TYPE_INT64: value.int64Value = param.ReadInt64(); return COMPLETE;
+        case META_TYPE_INT32: value.int32Value = param.ReadInt32(); return true;
+        case META_TYPE_INT64: value.int64Value = param.ReadInt64(); return true;
         // NOLINTNEXTLINE(performance-no-int-to-ptr): an address is carried as an integer
-        case META_TYPE_POINTER: value.pointerValue = reinterpret_cast<void*>(param.ReadInt64()); return COMPLETE;
-        case META_TYPE_FLOAT: value.floatValue = static_cast<float>(param.ReadDouble()); return COMPLETE;
-        case META_TYPE_DOUBLE: value.doubleValue = param.ReadDouble(); return COMPLETE;
-        case META_TYPE_STRING: return ReadString(param, item);
-        case META_TYPE_FRACTION: value.fractionValue = {param.ReadInt32(), param.ReadInt32()}; return COMPLETE;
+        case META_TYPE_POINTER: value.pointerValue = reinterpret_cast<void*>(param.ReadInt64()); return true;
+        case META_TYPE_FLOAT: value.floatValue = static_cast<float>(param.ReadDouble()); return true;
+        case META_TYPE_DOUBLE: value.doubleValue = param.ReadDouble(); return true;
+        case META_TYPE_STRING: return StoreString(item, param.ReadString());
+        case META_TYPE_FRACTION: value.fractionValue = {param.ReadInt32(), param.ReadInt32()}; return true;
         case META_TYPE_RECT:
             value.rectValue = {param.ReadInt32(), param.ReadInt32(), param.ReadInt32(), param.ReadInt32()};
-            return COMPLETE;
-        case META_TYPE_BYTE_BUFFER: LOGE("MediaParam doesn't support ReadByteBuffer method"); return INCOMPLETE;
-        case META_TYPE_OBJECT: LOGE("MediaParam doesn't support ReadObject method"); return INCOMPLETE;
+            return true;
+        case META_TYPE_BYTE_BUFFER: LOGE("MediaParam doesn't support ReadByteBuffer method"); return false;
+        case META_TYPE_OBJECT: LOGE("MediaParam doesn't support ReadObject method"); return false;
         case META_TYPE_NONE:
-        case LIMITED_INTEGERS: break;
+        case META_TYPE_INT8:
+        case META_TYPE_INT16:
+        case META_TYPE_UINT8:
+        case META_TYPE_UINT16:
+        case META_TYPE_UINT32:
+        case META_TYPE_UINT64: break;
     }
     LogLeftOut("ReadFromMediaParam", item.mType);
-    return INCOMPLETE;
+    return false;
 }
 
-// Returns false if the entry is incomplete. An entry without a key is skipped. If there is no memory for its
-// string, the entry is not stored, and the previous item of the key stays.
+// Returns false if the entry is stored without its value. An entry without a key is skipped.
 bool ReadEntry(const MediaParam& param, MediaMeta::ItemMap& items)
 {
     const auto type = static_cast<MetaType>(param.ReadInt32());
@@ -171,11 +171,9 @@ bool ReadEntry(const MediaParam& param, MediaMeta::ItemMap& items)
         return true;
     }
     auto item = CreateZeroItem(type);
-    const ReadResult result = ReadValue(param, *item);
-    if (result != NO_MEMORY) {
-        items.insert_or_assign(key, std::move(item));
-    }
-    return result == COMPLETE;
+    const bool isComplete = ReadValue(param, *item);
+    items.insert_or_assign(key, std::move(item));
+    return isComplete;
 }
 
 }  // namespace
