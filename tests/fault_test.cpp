@@ -17,7 +17,7 @@
 #include <gtest/gtest.h>
 #include <new>
 #include <sys/mman.h>
-#include <sys/prctl.h>
+#include <thread>
 #include <unistd.h>
 
 namespace {
@@ -28,9 +28,22 @@ enum Failure { NONE, OF_STRDUP, OF_NEW, OF_NOTHROW_NEW };
 thread_local Failure failure = NONE;  // the last one
 thread_local int allocations = 0;
 
-// While true, this is every block of its size. So a copy from one to another overlaps, which memcpy_s() refuses.
+// While true, every allocation of this size returns this block. So a copy from one to another overlaps, which
+// memcpy_s() refuses.
 thread_local bool isShared = false;
 uint8_t shared[osal::MEDIA_PARAM_CAPACITY];
+
+// While true, no thread may allocate or release memory.
+std::atomic<bool> isSteady{false};
+std::atomic<int> liveBlocks{0};
+
+void CheckSteady(const char* operation)
+{
+    if (isSteady && !isLogging) {
+        isSteady = false;  // the message needs memory
+        ADD_FAILURE() << "operator " << operation << " while a queue is in steady use";
+    }
+}
 
 bool NextAllocationFails(Failure kind)
 {
@@ -57,12 +70,14 @@ extern "C" char* strdup(const char* text) noexcept
 // Kept from inlining, which would show the compiler a malloc() released by delete.
 __attribute__((noinline)) void* operator new(size_t size)
 {
+    CheckSteady("new");
     if (isShared && size == sizeof(shared)) {
         return shared;
     }
     if (NextAllocationFails(OF_NEW)) {
         throw std::bad_alloc();
     }
+    ++liveBlocks;
     return malloc(size);
 }
 
@@ -78,6 +93,8 @@ void* operator new(size_t size, const std::nothrow_t& /*tag*/) noexcept
 
 __attribute__((noinline)) void operator delete(void* block) noexcept
 {
+    CheckSteady("delete");
+    liveBlocks -= block != nullptr ? 1 : 0;
     if (block != shared) {
         free(block);
     }
@@ -98,10 +115,8 @@ struct BriefThread : osal::Thread {
     bool Run() override
     {
         EXPECT_EQ('t', ThreadName()[0]);
-        timerSlackNs = prctl(PR_GET_TIMERSLACK);
         return false;
     }
-    std::atomic<int> timerSlackNs{0};
 };
 
 }  // namespace
@@ -132,10 +147,11 @@ TEST(Faults, OfTheSystemAreReportedAndTheCallsCanBeRepeated)
     EXPECT_EQ(-1, queue.GetThreadId());
     allocationsLeft = 0;
     EXPECT_EQ(-38, queue.QueueMsg(&handler, 0));
-    FailCall("pthread_setschedparam", EAGAIN);  // the worker keeps its scheduling, except the timer slack
+    allocationsLeft = -1;
+    FailCall("pthread_setschedparam", EAGAIN);
     EXPECT_EQ(0, thread.Start("t", osal::Thread::PRIORITY_MAX));
     Simulation::LetOthersRun();
-    EXPECT_TRUE(thread.timerSlackNs == 1 && Simulation::LastScheduling().policy == SCHED_FIFO);
+    EXPECT_EQ(SCHED_FIFO, Simulation::LastScheduling().policy);
     FailCall("pthread_setschedparam", EPERM);
     EXPECT_EQ(0, queue.Start("t", osal::Thread::PRIORITY_MIN));
     EXPECT_EQ(0, queue.QueueMsg(&handler, 0));
@@ -212,7 +228,14 @@ const std::function<bool(State&)> OPERATIONS[] = {
         parcel.WriteInt32(osal::META_TYPE_STRING);
         parcel.WriteString(LONG_TEXT.c_str());
         parcel.WriteString("text");
-        return state.target.ReadFromMediaParam(&parcel);
+        const bool isRead = state.target.ReadFromMediaParam(&parcel);
+        const char* text = "";
+        if (!isRead) {
+            EXPECT_TRUE(state.target.GetString(LONG_TEXT.c_str(), text));
+            EXPECT_EQ(nullptr, text);  // the entry is stored without its string
+            state.target.Destroy();
+        }
+        return isRead;
     },
     [](State& state) { return state.idle.Start(LONG_TEXT, osal::Thread::PRIORITY_MIN) == 0; },
     [](State& state) { return state.thread.Start(LONG_TEXT, osal::Thread::PRIORITY_MIN) == 0; },
@@ -313,4 +336,35 @@ TEST(Allocations, AreNotMadeForSlotsAndExistingKeys)
         EXPECT_TRUE(meta.ContainsKey(key) && meta.SetInt32(key, 2) && !meta.SetInt64(key, 2));
         EXPECT_EQ(before, allocations);
     }
+}
+
+// Once as many messages with as many due times have been pending.
+TEST(Allocations, AreNotMadeByAQueueInSteadyUse)
+{
+    struct Sleeper : osal::MsgHandlerBase {
+        void HandleMsg(int32_t&) override { std::this_thread::sleep_for(std::chrono::nanoseconds(100)); }
+    };
+    const Simulation simulation;
+    Sleeper kept;
+    Sleeper removed;
+    osal::MsgQueue queue;
+    queue.Start("t", osal::Thread::PRIORITY_MIN);
+    const auto use = [&](uint64_t messages, uint64_t stepNs) {
+        queue.QueueMsg(&kept, 0);
+        Simulation::LetOthersRun();  // the worker sleeps, and its due time has no message any more
+        for (uint64_t i = 0; i < messages; ++i) {
+            queue.QueueMsg(i % 4 == 0 ? &removed : &kept, messages - i * stepNs);
+        }
+        queue.RemoveMsg(&removed);
+        std::this_thread::sleep_for(std::chrono::hours(1));  // until all have run
+    };
+    const int blocksBefore = liveBlocks;
+    use(32, 1);
+    isSteady = true;
+    use(32, 1);
+    use(32, 0);
+    use(32, 1);
+    isSteady = false;
+    use(1000, 1);
+    EXPECT_EQ(blocksBefore + 32 + 32, liveBlocks);
 }

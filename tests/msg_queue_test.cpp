@@ -226,6 +226,22 @@ TEST_F(MsgQueueTest, StopFinishesTheRunningMessageAndDropsThePendingInOrder)
               mLog.Lines());
 }
 
+TEST_F(MsgQueueTest, ASecondStopFreesAMessageThatWaitsForAPendingOne)
+{
+    Start();
+    QueueParked([this] {
+        Named("pending")->Wait();
+        Note("freed");
+    });
+    Queue("pending", HOUR_NS);
+    std::thread first([this] { mQueue.Stop(); });
+    mRelease.Set();
+    Simulation::LetOthersRun();
+    mQueue.Stop();
+    EXPECT_EQ((Notes{"parked", "pending dropped", "freed"}), TakeNotes());
+    first.join();
+}
+
 // The thread object is destroyed on its own worker, too.
 TEST_F(MsgQueueTest, CanBeDestroyedByItsOwnWorker)
 {

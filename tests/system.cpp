@@ -119,7 +119,7 @@ int Choose()
     for (;;) {
         uint64_t earliestNs = NEVER;
         for (SimulatedThread& thread : threads) {
-            // Even seeds bring wake-ups without a reason.
+            // Even seeds bring spurious wake-ups.
             const bool isWoken =
                 thread.state == AT_CONDITION && firstSeed > 0 && firstSeed % 2 == 0 && Random(64) == 0;
             if (isWoken || thread.deadlineNs <= nowNs) {
@@ -133,7 +133,7 @@ int Choose()
             return next;
         }
         if (earliestNs == NEVER) {
-            Fail("no thread can run, and nothing can end a wait");
+            Fail("deadlock: all threads wait, and nothing can wake one");
         }
         nowNs = earliestNs;
     }

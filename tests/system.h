@@ -15,16 +15,16 @@ void FailCall(const char* call, int error = 0);
 
 // While such an object exists, only one thread runs at a time. The clocks stand still while any thread can run;
 // when all threads wait, time jumps to the next deadline. So a message that is due in an hour runs at once, and
-// exactly at its due time. If nothing can end a wait, the program ends at once and says what each thread waits
-// for. It also ends at a wait on the wall clock, at the use of a condition that has been freed, and if a thread is
-// left at the end.
+// exactly at its due time. At a deadlock, the program ends at once and says what each thread waits for. It also
+// ends at a wait on the wall clock, at the use of a condition that has been freed, and if a thread is left at the
+// end.
 //
 // Created and destroyed on the thread of the test, when the test has no other thread. No priority is really set,
 // and the scheduling that a thread seems to have is invented. CLOCK_BOOTTIME is 5 s ahead of the monotonic clock.
 class Simulation {
 public:
     // Without a seed, a thread runs until it waits. With a seed, any thread that can run continues at each lock,
-    // wait, notification, creation and end of a thread, and even seeds also bring wake-ups without a reason. The
+    // wait, notification, creation and end of a thread, and even seeds also bring spurious wake-ups. The
     // same seed gives the same order.
     explicit Simulation(unsigned int seed = 0);
     ~Simulation();

@@ -34,7 +34,7 @@ TEST(Thread, NamesItsWorkerAndSetsItsPriority)
     static_assert(Thread::PRIORITY_MIN == 1 && Thread::PRIORITY_DEFAULT == 10 && Thread::PRIORITY_MAX == 99);
     std::atomic<int> runs{0};
     TestThread thread([&] {
-        EXPECT_NE(1, prctl(PR_GET_TIMERSLACK));
+        EXPECT_EQ(1, prctl(PR_GET_TIMERSLACK));
         EXPECT_EQ("worker-named-\xE2\x99", ThreadName());
         const auto scheduling = Simulation::LastScheduling();
         EXPECT_TRUE(pthread_equal(pthread_self(), scheduling.thread) != 0 && scheduling.policy == SCHED_FIFO);

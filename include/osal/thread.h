@@ -23,9 +23,10 @@ namespace osal {
 /// Run(): when ~Thread() stops the worker, that class is already destroyed. **Destroy an object only when no other
 /// thread is in one of its operations.**
 ///
-/// - Threads: any thread may call any operation. Stop() waits for a Run() that is in progress and does not wake
-///   Run(): if Run() can block, make it return before Stop(). If several threads call Stop() at the same time, all
-///   calls return after the worker has ended.
+/// - Threads: any thread may call any operation. **If Run() can block, make sure before Stop() that Run() returns
+///   false or cannot block again**: Stop() waits for Run() and does not wake it, and a Run() that was woken once
+///   and returned true may be called again, and block for good. If several threads call Stop() at the same time,
+///   all calls return after the worker has ended.
 /// - On the worker: Stop() is refused with a warning. Run() may destroy its own object, even while the Start()
 ///   that created the worker is still returning. The worker then ends when Run() returns, and Run() must not use
 ///   the object any more.
@@ -49,9 +50,9 @@ public:
     /// A priority for SCHED_FIFO, passed to the system unchanged. Every integer from 1 to 99 may be cast to it.
     ///
     /// If the system refuses the priority, as it does without the right to real-time scheduling, the worker logs
-    /// an error and a warning and keeps the scheduling of the thread that called Start(). The timer slack of this
-    /// worker is then 1 ns: its waits are not prolonged to save power. Threads that Run() creates inherit the
-    /// scheduling and the timer slack of the worker.
+    /// an error and a warning and keeps the scheduling of the thread that called Start(). Before a worker asks for
+    /// its priority, it sets its timer slack to 1 ns: its waits are not prolonged to save power. Threads that
+    /// Run() creates inherit the scheduling and the timer slack of the worker.
     enum Priority : int {
         PRIORITY_MIN = 1,  ///< The lowest real-time priority, which is above all ordinary threads.
         PRIORITY_DEFAULT = 10,  ///< For workers without special needs.

@@ -19,8 +19,12 @@ constexpr const char* TAG = "MsgQueue";
 // could overflow.
 constexpr uint64_t MAX_WAIT_NS = 1ULL << 62;
 
-// How many due times a step may gather. Callers that queue messages wait during that time.
+// How many lists a step may gather. Unless due times overflow, it removes one more from the map, which is empty.
+// Callers that queue messages wait during that time.
 constexpr int MAX_GATHERED = 16;
+
+// How many nodes of each kind a queue keeps for reuse.
+constexpr size_t MAX_SPARES = 32;
 
 uint64_t NowNs()
 {
@@ -28,23 +32,59 @@ uint64_t NowNs()
     return static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::nanoseconds>(now).count());
 }
 
-int32_t RefuseMsg()
+// Removes an empty list. Keeps its node, unless there are enough spares. Returns the list behind it.
+template <typename Msgs, typename Spares>
+auto RemoveList(Msgs& msgs, typename Msgs::iterator list, Spares& spares)
 {
-    LOGE("%s: QueueMsg thread not start!", "QueueMsg");
-    return -ENOSYS;
+    if (spares.size() == MAX_SPARES) {
+        return msgs.erase(list);
+    }
+    const auto next = std::next(list);
+    spares.insert(spares.end(), msgs.extract(list));
+    return next;
 }
 
-// Appends the lists that were due at `nowNs`, the last reading of the clock, to the first list. The steps that run
-// these messages then hold the lock for a shorter time. This keeps the order: a message that is queued later is
-// never due before that reading, so the message belongs after all moved messages.
-template <typename Msgs>
-void GatherDue(Msgs& msgs, uint64_t nowNs)
+// Returns the list of a due time, after adding it if there is none. If there is no memory for it, throws and
+// changes nothing that a caller notices.
+template <typename Msgs, typename Spares>
+auto FindOrAddList(Msgs& msgs, uint64_t dueNs, Spares& spares)
+{
+    if (spares.empty() && !msgs.empty() && msgs.begin()->second.empty()) {
+        RemoveList(msgs, msgs.begin(), spares);
+    }
+    if (spares.empty()) {
+        return msgs.try_emplace(msgs.end(), dueNs);
+    }
+    auto node = spares.extract(spares.begin());
+    node.key() = dueNs;
+    const auto position = msgs.insert(msgs.end(), std::move(node));
+    // NOLINTNEXTLINE(bugprone-use-after-move): the node is still here if the due time has a list already
+    spares.insert(std::move(node));
+    return position;
+}
+
+// Appends the lists that were due at `nowNs`, the last reading of the clock, to the first list. The next steps
+// then only take a message from this list: they do not change the map, and hold the lock for a shorter time. This
+// keeps the order: a message that is queued later is not due before that reading, unless its due time overflows,
+// so the message belongs after all moved messages.
+template <typename Msgs, typename Spares>
+void GatherDue(Msgs& msgs, uint64_t nowNs, Spares& spares)
 {
     auto& due = msgs.begin()->second;
     auto next = std::next(msgs.begin());
     for (int i = 0; i < MAX_GATHERED && next != msgs.end() && next->first <= nowNs; ++i) {
         due.splice(due.end(), next->second);
-        next = msgs.erase(next);
+        next = RemoveList(msgs, next, spares);
+    }
+}
+
+template <typename Msgs>
+void FinishAll(const Msgs& msgs)
+{
+    for (const auto& [dueNs, items] : msgs) {
+        for (const auto& item : items) {
+            item.mHandler->NotifyFinished();
+        }
     }
 }
 
@@ -95,20 +135,25 @@ int32_t MsgQueue::Start(const std::string& name, Thread::Priority priority)
 
 void MsgQueue::Stop()
 {
+    decltype(mMsgs) dropped;  // freed after the lock
     std::unique_lock<std::mutex> lock(mMutex);
-    if (mThread && mThread->IsWorker()) {
+    if (!mThread) {
+        return;
+    }
+    if (mThread->IsWorker()) {
         mThread->Stop();  // logs the refusal
         return;
     }
-    if (mThread && mStopped) {
+    if (mStopped) {
+        // Another thread is stopping the worker. The worker may be in a HandleMsg() that waits for a pending
+        // handler.
+        FinishAll(mMsgs);
+        dropped.swap(mMsgs);
         mCond.wait(lock, [this, stops = mStops] { return mStops != stops; });
         return;
     }
     mStopped = true;
     mCond.notify_all();
-    if (!mThread) {
-        return;
-    }
     lock.unlock();
     // mThread is read without the lock: while mStopped is set and mThread too, only this call may change it.
     mThread->Stop();
@@ -131,32 +176,26 @@ int32_t MsgQueue::QueueMsg(IMsgHandler* handler, uint64_t delayNs)
     if (handler == nullptr) {
         return -ENOSYS;
     }
-    // Allocated before the lock, because the worker needs the lock at the same time. Also before the map entry: an
-    // entry without a message would make later messages look as if the worker had been woken for an earlier one.
-    std::list<MsgItem> message;
-    try {
-        message.push_back(MsgItem{handler, 0});
-    } catch (const std::bad_alloc&) {
-        const std::lock_guard<std::mutex> lock(mMutex);
-        if (mStopped) {  // a stopped queue refuses messages even without memory
-            return RefuseMsg();
-        }
-        throw;
-    }
     const std::lock_guard<std::mutex> lock(mMutex);
     if (mStopped) {
-        return RefuseMsg();
+        LOGE("%s: QueueMsg thread not start!", __func__);
+        return -ENOSYS;
+    }
+    if (mSpareItems.empty()) {  // first: if this throws, no pending message has changed
+        mSpareItems.emplace_back();
     }
     auto position = mMsgs.end();
     if (delayNs == 0 && !mMsgs.empty() && mMsgs.rbegin()->first <= mNowNs) {
         --position;  // all pending messages are known to be due, and this one belongs behind them
     } else {
-        const bool isFirst = delayNs == 0 && mMsgs.empty();  // due at any reading of the clock
-        position = mMsgs.try_emplace(position, isFirst ? mNowNs : NowNs() + delayNs);
+        // The queue is empty: the last reading serves as the due time.
+        const bool isFirst = delayNs == 0 && mMsgs.empty();
+        position = FindOrAddList(mMsgs, isFirst ? mNowNs : NowNs() + delayNs, mSpareLists);
     }
     std::list<MsgItem>& items = position->second;
-    items.splice(items.end(), message);
-    // Otherwise a message that is due no later has woken the worker, or will.
+    items.splice(items.end(), mSpareItems, mSpareItems.begin());
+    items.back() = MsgItem{handler, 0};
+    // Otherwise the worker is awake, or wakes in time for the first message, of which it was notified.
     if (position == mMsgs.begin() && items.size() == 1) {
         mCond.notify_all();
     }
@@ -174,21 +213,26 @@ void MsgQueue::RemoveMsg(IMsgHandler* handler)
         for (auto item = items.begin(); item != items.end();) {
             if (item->mHandler == handler) {
                 handler->NotifyFinished();
-                item = items.erase(item);  // freed here: the node is in the cache now, and not after the walk
+                const auto removed = item++;
+                if (mSpareItems.size() < MAX_SPARES) {
+                    mSpareItems.splice(mSpareItems.begin(), items, removed);
+                } else {
+                    items.erase(removed);  // freed here: the node is in the cache now, and not after the walk
+                }
             } else {
                 ++item;
             }
         }
-        position = items.empty() ? mMsgs.erase(position) : std::next(position);
+        position = items.empty() ? RemoveList(mMsgs, position, mSpareLists) : std::next(position);
     }
 }
 
 bool MsgQueue::MsgProcessor()
 {
-    std::list<MsgItem> message;  // freed after the lock
+    std::list<MsgItem> surplus;  // freed after the lock
     std::unique_lock<std::mutex> lock(mMutex);
     while (!mMsgs.empty() && mMsgs.begin()->second.empty()) {
-        mMsgs.erase(mMsgs.begin());
+        RemoveList(mMsgs, mMsgs.begin(), mSpareLists);
     }
     mCond.wait(lock, [this] { return mStopped || !mMsgs.empty(); });
     if (mStopped) {
@@ -202,14 +246,15 @@ bool MsgQueue::MsgProcessor()
             return true;
         }
     }
-    // The list has a message: empty lists were erased above, and only this thread leaves empty lists behind.
+    // The list has a message: empty lists were removed above, and only this thread leaves empty lists behind.
     std::list<MsgItem>& due = head->second;
-    if (due.size() == 1) {
-        GatherDue(mMsgs, mNowNs);
+    if (due.size() == 1) {  // otherwise the next step finds a message here, too
+        GatherDue(mMsgs, mNowNs, mSpareLists);
     }
-    message.splice(message.end(), due, due.begin());
+    MsgItem item = due.front();
+    std::list<MsgItem>& removed = mSpareItems.size() < MAX_SPARES ? mSpareItems : surplus;
+    removed.splice(removed.begin(), due, due.begin());
     lock.unlock();
-    MsgItem& item = message.front();
     item.mHandler->HandleMsg(item.mArg);
     // The handler may have destroyed the queue: from here on, no field of the queue may be used.
     return true;
@@ -217,13 +262,9 @@ bool MsgQueue::MsgProcessor()
 
 void MsgQueue::DropAll()
 {
-    std::map<uint64_t, std::list<MsgItem>> dropped;  // freed after the lock
+    decltype(mMsgs) dropped;  // freed after the lock
     const std::lock_guard<std::mutex> lock(mMutex);
-    for (const auto& [dueNs, items] : mMsgs) {
-        for (const MsgItem& item : items) {
-            item.mHandler->NotifyFinished();
-        }
-    }
+    FinishAll(mMsgs);
     dropped.swap(mMsgs);
 }
 

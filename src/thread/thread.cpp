@@ -98,12 +98,13 @@ void Thread::ThreadFunc()
     }
     // Without the lock from here on: nothing changes mName, mPriority and mId while there is a worker.
     SetThreadName(mName);
+    // A thread's waits may end late by its timer slack, which lets the system wake the processor less often. A
+    // worker wants its waits to end on time. Before the priority: a kernel may have a slack of its own for
+    // real-time threads.
+    prctl(PR_SET_TIMERSLACK, 1UL, 0UL, 0UL, 0UL);
     const int error = SetThreadPriority(GetThreadId(), mPriority);
     if (error != 0) {
         LOGW("%s, SetThreadPriority ret:%d, mId:%d", mName.c_str(), error, mId);
-        // The system ends the waits of ordinary threads up to 50 us late, to wake the processor less often. A
-        // worker that asked for real-time scheduling wants its waits to end on time.
-        prctl(PR_SET_TIMERSLACK, 1UL, 0UL, 0UL, 0UL);
     }
     // If Run() has destroyed the object, no field of the object may be used.
     while (!mStop && Run() && tWorkerOf == this) {
