@@ -22,7 +22,7 @@ struct Entry {
     size_t mIndex;  // in AllEntries(), for keys that a container wants in a form of its own
 };
 
-// Keys of the kind that media programs use, in no order; about a third of them too long for the short form of a
+// Keys of the kind that media programs use, shuffled; about a third of them too long for the short form of a
 // std::string, which ends at 15 characters.
 inline const std::vector<Entry>& AllEntries()
 {

@@ -2,7 +2,8 @@
 // sees them, and allocations. Unlike times, counts do not depend on the load of the machine.
 //
 // Each operation runs in a process of its own, forked from one that has used nothing yet: what one operation
-// leaves on the heap does not change the counts of the next. Only the thread that measures is counted.
+// leaves on the heap does not change the counts of the next. Instructions are those of the thread that measures,
+// allocations those of all threads.
 
 #include "osal/media_meta.h"
 #include "osal/media_param.h"
@@ -10,13 +11,14 @@
 #include "osal/utils.h"
 #include "queue_rows.h"
 
+#include <atomic>
 #include <cstdlib>
 #include <memory>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <valgrind/callgrind.h>
 
-static thread_local uint64_t allocations = 0;
+static std::atomic<uint64_t> allocations{0};
 
 extern "C" void* __libc_malloc(size_t size);
 
@@ -89,7 +91,7 @@ void CountEach(const std::string& name, Make make, Work work)
     });
 }
 
-// In no order, and too long for the short form of a std::string, which ends at 15 characters.
+// Shuffled, and too long for the short form of a std::string, which ends at 15 characters.
 const std::vector<std::string> KEYS = [] {
     std::vector<std::string> keys;
     for (uint64_t i = 0; i < TIMES; ++i) {
@@ -281,6 +283,56 @@ void CountRun(const std::string& name, uint64_t delayNs)
     });
 }
 
+// A message at a time to a worker that waits for it.
+void CountFreeWorker()
+{
+    Operation("queue.free_worker", [] {
+        bench::Event done;
+        bench::Call message([&] { done.Set(); });
+        ParkedQueue queue;
+        queue.mParker.Release();
+        const auto post = [&] {
+            queue.QueueMsg(&message, 0);
+            done.Wait();
+        };
+        post();
+        Begin();
+        for (uint64_t i = 0; i < TIMES; ++i) {
+            post();
+        }
+        End("queue.free_worker", TIMES);
+    });
+}
+
+// On the worker, a message that queues itself again, among others that do. All are due before the worker looks.
+void CountTimers()
+{
+    Operation("queue.timers", [] {
+        constexpr uint64_t TIMERS = 16;
+        bench::Event done;
+        ParkedQueue queue;
+        uint64_t runs = 0;
+        std::vector<bench::Call> timers;
+        for (uint64_t i = 0; i < TIMERS; ++i) {
+            timers.emplace_back([&, i] {
+                if (++runs == TIMES) {
+                    Begin();
+                } else if (runs == 2 * TIMES) {
+                    End("queue.timers", TIMES);
+                    done.Set();
+                }
+                queue.QueueMsg(&timers[i], 1);
+            });
+        }
+        for (bench::Call& timer : timers) {
+            queue.QueueMsg(&timer, 1);
+        }
+        queue.mParker.Release();
+        done.Wait();
+        queue.Stop();
+    });
+}
+
 struct Once : Thread {
     ~Once() override { Stop(); }
     bool Run() override
@@ -316,11 +368,12 @@ int main()
     CountQueue("at_once", [](uint64_t) -> uint64_t { return 0; });
     // Each message has a due time of its own, far from the others: the order does not depend on the clock.
     CountQueue("in_order", [](uint64_t i) { return (i + 1) * MINUTE_NS; });
-    CountQueue("in_no_order", [](uint64_t i) { return (i * 617 % TIMES + 1) * MINUTE_NS; });
+    CountQueue("shuffled", [](uint64_t i) { return (i * 617 % TIMES + 1) * MINUTE_NS; });
     CountRun("queue.run.at_once", 0);
     CountRun("queue.run.delayed", 1);  // due before the worker looks
-    for (int i = 0; i < 10;
-         ++i) {  // the new thread may hold a lock that Start() needs: the script takes the least
+    CountTimers();
+    for (int i = 0; i < 10; ++i) {  // another thread may hold a lock that is needed: the script takes the least
+        CountFreeWorker();
         CountThread();
     }
     CountEach(

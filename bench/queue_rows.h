@@ -83,7 +83,7 @@ struct CountDown : Task {
     uint64_t mEndNs = 0;
 };
 
-enum Due : int64_t { AT_ONCE, IN_ORDER, IN_NO_ORDER };
+enum Due : int64_t { AT_ONCE, IN_ORDER, SHUFFLED };
 
 // Time between two messages with due times of their own.
 constexpr uint64_t STEP_NS = 200;
@@ -92,7 +92,7 @@ constexpr uint64_t STEP_NS = 200;
 inline uint64_t OffsetNs(uint64_t index, uint64_t messages, Due due)
 {
     // The factor has no divisor in common with the powers of ten.
-    return (due == IN_NO_ORDER ? index * 61'803 % messages : index) * STEP_NS;
+    return (due == SHUFFLED ? index * 61'803 % messages : index) * STEP_NS;
 }
 
 // Posts a message that is due at that time; at once for 0.
@@ -193,7 +193,7 @@ void Timers(benchmark::State& state)
     const auto runAll = [&] {
         work.mLeft = MESSAGES;
         for (uint64_t i = 0; i < MESSAGES; ++i) {
-            queue.PostDelayed(&work, OffsetNs(i, MESSAGES, IN_NO_ORDER) + STEP_NS);
+            queue.PostDelayed(&work, OffsetNs(i, MESSAGES, SHUFFLED) + STEP_NS);
         }
         work.Wait();
     };
@@ -305,7 +305,7 @@ template <typename Queue>
 void AddQueueRows(const char* subject)
 {
     constexpr bool CAN_DELAY = CAN<PostDelayedOf, Queue>;
-    std::vector<int64_t> dues{AT_ONCE, IN_ORDER, IN_NO_ORDER};
+    std::vector<int64_t> dues{AT_ONCE, IN_ORDER, SHUFFLED};
     dues.resize(CAN_DELAY || CAN<InsertOf, Queue> ? 3 : 1);
     if constexpr (CAN<PostOf, Queue>) {
         Register("queue/burst", subject, "a message, queued and run", Burst<Queue>)

@@ -45,7 +45,7 @@ operations=$(wc -l <"$counts/result")
 
 if [ $# -eq 1 ]; then
     { echo "# Written by scripts/bench_guard.sh --renew: operation, instructions, allocations (bench/guard.cpp)"
-        echo "# thread.start and thread.stop: the least of ten, since the new thread may hold a lock they need"
+        echo "# queue.free_worker, thread.start and thread.stop: the least of ten, since another thread may hold a lock"
         echo "# toolchain: $toolchain"
         cat "$counts/result"; } >"$baseline"
     echo "benchmark guard renewed: $operations operations in $baseline"
