@@ -53,7 +53,7 @@ int main()
     //! [order]
     std::printf("late: %s\n", late.WaitUntilHandled() ? "handled" : "dropped");
     //! [drop]
-    queue.RemoveMsg(&removed);  // drops the message at once; a running HandleMsg() would continue
+    queue.RemoveMsg(&removed);  // drops what is pending; a HandleMsg() that is running would continue
     std::printf("removed: %s\n", removed.WaitUntilHandled() ? "handled" : "dropped");
     queue.Stop();  // drops all pending messages
     std::printf("pending: %s\n", pending.WaitUntilHandled() ? "handled" : "dropped");

@@ -1,4 +1,4 @@
-// Describes a stream by typed values under text keys.
+// Describes a stream by typed values under string keys.
 
 #include <cstdint>
 #include <cstdio>

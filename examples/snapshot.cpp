@@ -61,7 +61,7 @@ int main()
     if (!snapshot->GetString("title", title)) {
         return 1;
     }
-    const std::string kept = title;  // copied: the entry owns `title` and frees it when the text changes
+    const std::string kept = title;  // copied: the entry owns `title` and frees it when the string changes
     if (!snapshot->SetString("title", "Second")) {
         return 1;
     }

@@ -10,7 +10,13 @@ namespace {
 //! [fence]
 class Fence : public osal::MsgHandlerBase {
 public:
-    void HandleMsg(int32_t& /*arg*/) override { NotifyFinished(); }
+    void HandleMsg(int32_t& /*arg*/) override
+    {
+        mHasRun = true;
+        NotifyFinished();
+    }
+
+    bool mHasRun = false;  // read only after Wait()
 };
 
 // After this call the handler can be deleted, unless it was queued again. Do not call this on the worker: the
@@ -20,9 +26,10 @@ void Withdraw(osal::MsgQueue& queue, osal::IMsgHandler& handler)
     queue.RemoveMsg(&handler);
     Fence fence;  // a new fence for each call: a finished handler stays finished
     if (queue.QueueMsg(&fence, 0) == 0) {
-        fence.Wait();  // the fence runs, or is dropped, after the running HandleMsg() has returned
-    } else {
-        queue.Stop();  // the queue refuses messages: waits if another thread is still stopping it
+        fence.Wait();  // the fence runs after the HandleMsg() that was running or about to run
+    }
+    if (!fence.mHasRun) {
+        queue.Stop();  // the fence was refused or dropped: waits if another thread is still stopping the queue
     }
 }
 //! [fence]

@@ -17,7 +17,7 @@ namespace {
 
 constexpr const char* TAG = "Memoryfd";
 
-// The kernel's number, which older headers do not have.
+// F_SEAL_FUTURE_WRITE, which older headers lack.
 constexpr int SEAL_FUTURE_WRITE = 0x10;
 
 // Returns the descriptor of a new memory file, 1 or more, or -1 with errno set. 0 counts as invalid.

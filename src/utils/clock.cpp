@@ -8,7 +8,7 @@ namespace osal {
 
 namespace {
 
-constexpr const char* TAG = nullptr;  // the default tag of the log
+constexpr const char* TAG = nullptr;  // logged without a tag
 
 }  // namespace
 
