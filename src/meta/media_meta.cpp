@@ -19,11 +19,6 @@ static_assert(sizeof(MediaMeta::ByteBuffer) == 16 && offsetof(MediaMeta::ByteBuf
 static_assert(std::is_same_v<std::underlying_type_t<MetaType>, int32_t>);
 static_assert(offsetof(MediaMeta::MetaItem, mType) == 0 && offsetof(MediaMeta::MetaItem, mValue) == 8 &&
               offsetof(MediaMeta::MetaItem, mObject) == 24);
-static_assert(META_TYPE_NONE == 0 && META_TYPE_INT8 == 1 && META_TYPE_INT16 == 2 && META_TYPE_INT32 == 3 &&
-              META_TYPE_INT64 == 4 && META_TYPE_UINT8 == 5 && META_TYPE_UINT16 == 6 && META_TYPE_UINT32 == 7 &&
-              META_TYPE_UINT64 == 8 && META_TYPE_FLOAT == 9 && META_TYPE_DOUBLE == 10 && META_TYPE_POINTER == 11 &&
-              META_TYPE_STRING == 12 && META_TYPE_BYTE_BUFFER == 13 && META_TYPE_FRACTION == 14 &&
-              META_TYPE_RECT == 15 && META_TYPE_OBJECT == 16);
 // "%ld" and the mangled names of the 64-bit operations depend on this.
 static_assert(std::is_same_v<int64_t, long> && std::is_same_v<uint64_t, unsigned long>);
 

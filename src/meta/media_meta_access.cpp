@@ -80,21 +80,25 @@ const Item* FindItem(const MediaMeta::ItemMap& items, const char* key, MetaType 
         return nullptr;
     }
     const auto position = items.find(key);
-    if (position == items.end() || position->second->mType != type) {
-        return nullptr;
+    return position != items.end() && position->second->mType == type ? position->second.get() : nullptr;
+}
+
+// The rule of all getters. Runs `load` on the item of the entry if the item is of `type`.
+template <typename Load>
+bool GetItem(const MediaMeta::ItemMap& items, const char* key, MetaType type, Load load)
+{
+    const Item* const item = FindItem(items, key, type);
+    if (item != nullptr) {
+        load(*item);
     }
-    return position->second.get();
+    return item != nullptr;
 }
 
 template <typename T>
 bool GetPlain(const MediaMeta::ItemMap& items, const char* key, T& value)
 {
-    const Item* item = FindItem(items, key, MEMBER_OF<T>.type);
-    if (item == nullptr) {
-        return false;
-    }
-    value = item->mValue.*MEMBER_OF<T>.pointer;
-    return true;
+    return GetItem(items, key, MEMBER_OF<T>.type,
+                   [&value](const Item& item) { value = item.mValue.*MEMBER_OF<T>.pointer; });
 }
 
 }  // namespace
@@ -155,10 +159,7 @@ bool MediaMeta::SetFraction(const char* key, Fraction value)
     return value.den != 0 && SetPlain(mItems, key, value);
 }
 
-bool MediaMeta::SetFraction(const char* key, int32_t num, int32_t den)
-{
-    return SetFraction(key, Fraction{num, den});
-}
+bool MediaMeta::SetFraction(const char* key, int32_t num, int32_t den) { return SetFraction(key, {num, den}); }
 
 bool MediaMeta::SetRect(const char* key, Rect value) { return SetPlain(mItems, key, value); }
 
@@ -213,57 +214,39 @@ bool MediaMeta::GetByteBuffer(const char* key, ByteBuffer& value) const { return
 
 bool MediaMeta::GetFraction(const char* key, int32_t& num, int32_t& den) const
 {
-    Fraction value{};
-    if (!GetFraction(key, value)) {
-        return false;
-    }
-    num = value.num;
-    den = value.den;
-    return true;
+    return GetItem(mItems, key, META_TYPE_FRACTION, [&](const Item& item) {
+        num = item.mValue.fractionValue.num;
+        den = item.mValue.fractionValue.den;
+    });
 }
 
 bool MediaMeta::GetRect(const char* key, int32_t& a, int32_t& b, int32_t& c, int32_t& d) const
 {
-    Rect value{};
-    if (!GetRect(key, value)) {
-        return false;
-    }
-    a = value.a;
-    b = value.b;
-    c = value.c;
-    d = value.d;
-    return true;
+    return GetItem(mItems, key, META_TYPE_RECT, [&](const Item& item) {
+        const Rect& value = item.mValue.rectValue;
+        a = value.a;
+        b = value.b;
+        c = value.c;
+        d = value.d;
+    });
 }
 
 bool MediaMeta::GetByteBuffer(const char* key, uint8_t*& data, int32_t& size) const
 {
-    ByteBuffer value{};
-    if (!GetByteBuffer(key, value)) {
-        return false;
-    }
-    data = value.data;
-    size = static_cast<int32_t>(static_cast<uint32_t>(value.size));
-    return true;
+    return GetItem(mItems, key, META_TYPE_BYTE_BUFFER, [&](const Item& item) {
+        data = item.mValue.byteBufferValue.data;
+        size = static_cast<int32_t>(static_cast<uint32_t>(item.mValue.byteBufferValue.size));
+    });
 }
 
 bool MediaMeta::GetString(const char* key, const char*& value) const
 {
-    const Item* item = FindItem(mItems, key, META_TYPE_STRING);
-    if (item == nullptr) {
-        return false;
-    }
-    value = item->mValue.stringValue;
-    return true;
+    return GetItem(mItems, key, META_TYPE_STRING, [&value](const Item& item) { value = item.mValue.stringValue; });
 }
 
 bool MediaMeta::GetObject(const char* key, std::shared_ptr<MetaBase>& value) const
 {
-    const Item* item = FindItem(mItems, key, META_TYPE_OBJECT);
-    if (item == nullptr) {
-        return false;
-    }
-    value = item->mObject;
-    return true;
+    return GetItem(mItems, key, META_TYPE_OBJECT, [&value](const Item& item) { value = item.mObject; });
 }
 
 }  // namespace osal
