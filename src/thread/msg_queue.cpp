@@ -32,16 +32,15 @@ uint64_t NowNs()
     return static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::nanoseconds>(now).count());
 }
 
-// Removes an empty list. Keeps its node, unless there are enough spares. Returns the list behind it.
+// Removes an empty list. Keeps its node, unless there are enough spares.
 template <typename Msgs, typename Spares>
-auto RemoveList(Msgs& msgs, typename Msgs::iterator list, Spares& spares)
+void RemoveList(Msgs& msgs, typename Msgs::iterator list, Spares& spares)
 {
-    if (spares.size() == MAX_SPARES) {
-        return msgs.erase(list);
+    if (spares.size() < MAX_SPARES) {
+        spares.insert(spares.end(), msgs.extract(list));
+    } else {
+        msgs.erase(list);
     }
-    const auto next = std::next(list);
-    spares.insert(spares.end(), msgs.extract(list));
-    return next;
 }
 
 // Returns the list of a due time, after adding it if there is none. If there is no memory for it, throws and
@@ -73,8 +72,9 @@ void GatherDue(Msgs& msgs, uint64_t nowNs, Spares& spares)
     auto& due = msgs.begin()->second;
     auto next = std::next(msgs.begin());
     for (int i = 0; i < MAX_GATHERED && next != msgs.end() && next->first <= nowNs; ++i) {
-        due.splice(due.end(), next->second);
-        next = RemoveList(msgs, next, spares);
+        const auto list = next++;
+        due.splice(due.end(), list->second);
+        RemoveList(msgs, list, spares);
     }
 }
 
@@ -209,21 +209,22 @@ void MsgQueue::RemoveMsg(IMsgHandler* handler)
     }
     const std::lock_guard<std::mutex> lock(mMutex);
     for (auto position = mMsgs.begin(); position != mMsgs.end();) {
-        std::list<MsgItem>& items = position->second;
-        for (auto item = items.begin(); item != items.end();) {
+        const auto list = position++;
+        std::list<MsgItem>& items = list->second;
+        for (auto next = items.begin(); next != items.end();) {
+            const auto item = next++;
             if (item->mHandler == handler) {
                 handler->NotifyFinished();
-                const auto removed = item++;
                 if (mSpareItems.size() < MAX_SPARES) {
-                    mSpareItems.splice(mSpareItems.begin(), items, removed);
+                    mSpareItems.splice(mSpareItems.begin(), items, item);
                 } else {
-                    items.erase(removed);  // freed here: the node is in the cache now, and not after the walk
+                    items.erase(item);  // freed here: the node is in the cache now, and not after the walk
                 }
-            } else {
-                ++item;
             }
         }
-        position = items.empty() ? RemoveList(mMsgs, position, mSpareLists) : std::next(position);
+        if (items.empty()) {
+            RemoveList(mMsgs, list, mSpareLists);
+        }
     }
 }
 
