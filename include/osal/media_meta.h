@@ -307,9 +307,9 @@ public:
 
     /// Returns a new container with the same entries. **The containers share their items**, except strings and
     /// byte buffers, which are copied: setting the key of a shared item in one container changes both. Logs one or
-    /// two errors and returns an empty pointer if a string or a byte buffer cannot be copied: the entry came from a
-    /// parcel without its value, there is no memory for a string, or the platform refuses to copy that many bytes.
-    /// This container never changes.
+    /// two errors and returns an empty pointer if a string or a byte buffer cannot be copied: the entry came from
+    /// a parcel without its value, there is no memory for a string, or the platform refuses to copy that many
+    /// bytes. This container never changes.
     std::shared_ptr<MediaMeta> Copy() const;
 
     /// Sets every entry of `other` in this container through the setters, in key order. Objects are shared. At the

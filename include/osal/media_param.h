@@ -52,8 +52,8 @@ class OSAL_API MediaParam {
 public:
     /// Creates an empty parcel.
     MediaParam();
-    /// Creates a copy of `other` that reads from the start, as from Copy(). If `other` has a capacity of 0, logs an
-    /// error, and the new parcel has a capacity of 0, too: all its fixed-size writes and reads fail.
+    /// Creates a copy of `other` that reads from the start, as from Copy(). If `other` has a capacity of 0, logs
+    /// an error, and the new parcel has a capacity of 0, too: all its fixed-size writes and reads fail.
     MediaParam(const MediaParam& other);
     /// As the other copy constructor. From null, logs an error, and the new parcel has a capacity of 0.
     MediaParam(const MediaParam* other);
