@@ -8,7 +8,6 @@
 #include <osal/utils.h>
 #include <pthread.h>
 #include <thread>
-#include <unistd.h>
 
 namespace {
 
@@ -25,7 +24,6 @@ void MeasureSleep()
     //! [interval]
     std::printf("the interval is at least 5 ms: %s\n", YesNo(intervalUs >= 5'000));
     std::printf("the thread used less CPU time than that: %s\n", YesNo(cpuUs < intervalUs));
-    std::printf("an unknown clock: %d\n", static_cast<int>(osal::GetTimeByClockType(1000)));
 }
 
 void DescribeThread()
@@ -41,7 +39,6 @@ void DescribeThread()
     std::printf("real-time priority is granted, or refused without the right: %s\n",
                 YesNo(error == 0 || error == EPERM));
     //! [thread]
-    std::printf("the thread and the process have different ids: %s\n", YesNo(osal::GetTid() != getpid()));
     //! [backtrace]
     // Writes the call stack to the log and returns its argument, so the call fits into a return statement.
     const int result = osal::PrintBacktrace(-EINVAL);

@@ -1,24 +1,26 @@
-// Plays a WAV file to a second process, buffer by buffer, each at its presentation time:
+// Plays sound to a second process, 20 ms after 20 ms, each part at its presentation time:
 //
-//   WAV file -> description (MediaMeta) -> parcel (MediaParam) -> player -> one message a buffer (MsgQueue)
-//            -> samples (memory-file region, write-protected) ----------------------> sink process -> WAV file
+//   file or pipe -> description (MediaMeta) -> parcel (MediaParam) -> player -> one message a slot (MsgQueue)
+//        |                                                              |
+//        +-----> samples in slots of a memory-file region --------> sink process -> WAV file
 //
-// Samples of every format are passed on unchanged, a compressed one block by block. The output appears complete or
-// not at all, also when an interrupt ends the two processes.
+// The region is sealed while the pipeline has it mapped: the pipeline goes on writing, and nobody else can.
+// Samples do not change. The output appears complete or not at all, also when an interrupt ends the two processes.
 
-#include "output.h"
-#include "report.h"
+#include "input.h"
 #include "sink.h"
-#include "wav.h"
 
 #include <algorithm>
 #include <atomic>
-#include <cerrno>
+#include <cinttypes>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <error.h>
 #include <fcntl.h>
 #include <getopt.h>
+#include <map>
 #include <memory>
 #include <osal/media_meta.h>
 #include <osal/media_param.h>
@@ -30,8 +32,7 @@
 
 namespace {
 
-constexpr int64_t BUFFERS_PER_SECOND = 50;  // of 20 ms each
-constexpr uint64_t NS_PER_US = 1000;
+constexpr int SLOTS = 50;  // of 20 ms: a second
 
 struct Options {
     std::string input = OSAL_SAMPLE_WAV;
@@ -41,307 +42,239 @@ struct Options {
 
 [[noreturn]] void Fail(const std::string& what) { throw std::runtime_error(what); }
 
-// Bad arguments.
-class UsageError : public std::runtime_error {
-public:
-    using std::runtime_error::runtime_error;
-};
-
 Options ParseOptions(int argc, char** argv)
 {
-    const option longOptions[] = {{"help", no_argument, nullptr, 'h'},
-                                  {"speed", required_argument, nullptr, 's'},
-                                  {"out", required_argument, nullptr, 'o'},
-                                  {nullptr, 0, nullptr, 0}};
-    opterr = 0;
+    const option longOptions[] = {
+        {"help", 0, nullptr, 'h'}, {"speed", 1, nullptr, 's'}, {"out", 1, nullptr, 'o'}, {nullptr, 0, nullptr, 0}};
+    const char* const usage =
+        "usage: media_pipeline [FILE | -] [--speed N] [--out FILE.wav]\n"
+        "  -          play standard input\n"
+        "  --speed N  N times as fast, 0.001 to 1000000; 0: as fast as it can\n"
+        "  --out      where the sink keeps the samples\n";
     Options options;
     for (int c = 0; (c = getopt_long(argc, argv, "", longOptions, nullptr)) != -1;) {
         if (c == 'h') {
-            puts(
-                "usage: media_pipeline [FILE.wav | -] [--speed N] [--out FILE.wav]\n"
-                "  -          read standard input to its end, then play\n"
-                "  --speed N  N times as fast, 0.001 to 1000000; 0: as fast as it can\n"
-                "  --out      where the sink keeps the samples");
-            exit(fflush(stdout) == 0 ? 0 : 1);
-        }
-        if (c == 'o') {
+            exit(fputs(usage, stdout) >= 0 && fflush(stdout) == 0 ? 0 : 1);
+        } else if (c == 'o') {
             options.output = optarg;
-            if (options.output.empty()) {
-                throw UsageError("--out needs the name of a file");
-            }
         } else if (c == 's') {
             char* end = nullptr;
             options.speed = strtod(optarg, &end);
             if (end == optarg || *end != '\0' ||
-                !(options.speed == 0 || (options.speed >= 1e-3 && options.speed <= 1e6))) {
-                throw UsageError("--speed must be 0, or 0.001 to 1000000");
+                (options.speed != 0 && !(options.speed >= 1e-3 && options.speed <= 1e6))) {
+                error(2, 0, "--speed must be 0, or 0.001 to 1000000");
             }
         } else {
-            throw UsageError(std::string(argv[optind - 1]) + " is no option, or its value is missing");
+            exit(2);  // getopt_long() has said why
         }
     }
     if (argc - optind > 1) {
-        throw UsageError("there is one input, or none");
+        error(2, 0, "there is one input, or none");
     }
     if (optind < argc) {
-        options.input = argv[optind];
-        if (options.input.empty()) {
-            throw UsageError("the name of the input is empty");
-        }
+        options.input = strcmp(argv[optind], "-") == 0 ? "/dev/stdin" : argv[optind];
     }
     return options;
 }
 
-Bytes ReadAll(const std::string& path)
-{
-    const std::unique_ptr<FILE, int (*)(FILE*)> file(
-        path == "-" ? fdopen(dup(0), "rb") : fopen(path.c_str(), "rb"), fclose);
-    Bytes bytes;
-    size_t got = 0;
-    do {
-        const size_t size = bytes.size();
-        bytes.resize(size + (1 << 20));
-        got = file ? fread(bytes.data() + size, 1, bytes.size() - size, file.get()) : 0;
-        bytes.resize(size + got);
-    } while (got > 0 && bytes.size() <= INT32_MAX);
-    if (bytes.size() > INT32_MAX) {
-        throw WavError("it is larger than 2 GiB");
-    }
-    if (!file || ferror(file.get()) != 0) {
-        throw WavError(strerror(errno));
-    }
-    return bytes;
-}
-
-// The file to be written, in shared memory that nobody can write to any more. As a MetaBase it can stand in a
-// container, as a MediaRefBase a parcel can carry it.
-class FileRegion : public osal::MediaMeta::MetaBase, public osal::MediaRefBase {
+// Slots in shared memory that only this process can write to. As a MetaBase the region can stand in a container,
+// as a MediaRefBase a parcel can carry it.
+class SlotRegion : public osal::MediaMeta::MetaBase, public osal::MediaRefBase {
 public:
-    explicit FileRegion(const WavFile& wav)
+    explicit SlotRegion(size_t slotBytes)
+        : mSizeBytes(SLOTS * slotBytes), mFd(osal::MemfdCreateRegion("slots", mSizeBytes))
     {
-        const Bytes header = WavHeader(wav.formatChunks, wav.samples.size());
-        const size_t sizeBytes = header.size() + wav.samples.size() + wav.samples.size() % 2;
-        mHeaderBytes = header.size();
-        mFd = osal::MemfdCreateRegion("samples", sizeBytes);
-        if (mFd < 0 || osal::MemfdGetRegionSize(mFd) < 0) {
-            throw WavError("its samples do not fit into a region");
-        }
-        void* mapping = mmap(nullptr, sizeBytes, PROT_READ | PROT_WRITE, MAP_SHARED, mFd, 0);
-        if (mapping == MAP_FAILED) {
-            Fail("cannot map the region");
-        }
-        memcpy(mapping, header.data(), header.size());
-        memcpy(static_cast<uint8_t*>(mapping) + header.size(), wav.samples.data(), wav.samples.size());
-        munmap(mapping, sizeBytes);
-        // The sink maps the region: nobody may pull it away under the mapping either.
-        if (osal::MemfdSetProtRegion(mFd, PROT_READ) != 0 ||
+        mSlots = mmap(nullptr, mSizeBytes, PROT_READ | PROT_WRITE, MAP_SHARED, mFd, 0);
+        // The sink, which is a fork, does not inherit the mapping. The size is sealed too, or the region could
+        // shrink under a mapping.
+        if (mSlots == MAP_FAILED || madvise(mSlots, mSizeBytes, MADV_DONTFORK) != 0 ||
+            osal::MemfdGetRegionSize(mFd) < 0 || osal::MemfdSetProtRegion(mFd, PROT_READ) != 0 ||
             fcntl(mFd, F_ADD_SEALS, F_SEAL_SHRINK | F_SEAL_GROW) != 0) {
-            Fail("cannot write-protect the region");
+            Fail("no region for a second of this input");
         }
     }
-    ~FileRegion() override { close(mFd); }
+    ~SlotRegion() override
+    {
+        munmap(mSlots, mSizeBytes);
+        close(mFd);
+    }
 
     int Fd() const { return mFd; }
-    size_t HeaderBytes() const { return mHeaderBytes; }
+    void* Slot(size_t number) const { return static_cast<char*>(mSlots) + number * (mSizeBytes / SLOTS); }
 
 private:
+    size_t mSizeBytes;
     int mFd;
-    size_t mHeaderBytes;
+    void* mSlots;
 };
 
+int SlotFrames(const Input& input) { return std::max(1, input.Info().samplerate / SLOTS); }
+
 // The properties of the stream, which a parcel carries.
-std::shared_ptr<osal::MediaMeta> Describe(const WavFile& wav)
+std::shared_ptr<osal::MediaMeta> Describe(const Input& input)
 {
-    const std::map<std::string, const char*> names{
-        {"INAM", "title"}, {"IART", "artist"}, {"ICMT", "comment"}, {"ICRD", "date"}, {"ISFT", "encoder"}};
     auto meta = osal::MediaMeta::Create();
-    meta->SetString("format", FormatName(wav.formatTag).c_str());
-    meta->SetInt32("channels", wav.channels);
-    meta->SetInt32("bits-per-sample", wav.bitsPerSample);
-    meta->SetInt64("sample-rate", wav.samplesPerSecond);
-    meta->SetInt32("block-bytes", wav.blockBytes);
-    meta->SetFraction("blocks-per-second", wav.blockRateNum, wav.blockRateDen);
-    meta->SetInt64("sample-bytes", static_cast<int64_t>(wav.samples.size()));
-    for (const auto& [id, text] : wav.info) {
-        const auto name = names.find(id);
-        meta->SetString(name != names.end() ? name->second : ("info:" + id).c_str(), text.c_str());
-    }
+    meta->SetString("format", input.FormatName().c_str());
+    meta->SetInt32("channels", input.Info().channels);
+    meta->SetInt32("sample-rate", input.Info().samplerate);
+    meta->SetInt32("slot-frames", SlotFrames(input));
+    meta->SetInt64("frames", input.Frames());
+    const char* const title = sf_get_string(input.File(), SF_STR_TITLE);
+    meta->SetString("title", title != nullptr ? title : "");
     return meta;
 }
 
-// The consumer: rebuilds the description from a parcel and releases one buffer after another to the sink. It is
-// the handler of its own messages: each one queues the next, and the last one marks it finished.
+// Rebuilds the description from a parcel and releases one slot after another to the sink. It is the handler of its
+// own messages: each releases the slot that is due, fills the next one and queues itself for it.
 class Player : public osal::MsgHandlerBase {
 public:
-    Player(const osal::MediaParam& parcel, Sink& sink, double speed) : mSink(sink), mSpeed(speed)
+    Player(const osal::MediaParam& parcel, Input& input, Sink& sink, double speed)
+        : mInput(input), mSink(sink), mSpeed(speed)
     {
         const auto meta = osal::MediaMeta::Create();
-        osal::MediaMeta::Fraction blocksPerSecond{};
-        int32_t blockBytes = 0;
-        if (!meta->ReadFromMediaParam(&parcel) || !meta->GetFraction("blocks-per-second", blocksPerSecond) ||
-            !meta->GetInt32("block-bytes", blockBytes) || !meta->GetInt64("sample-bytes", mSampleBytes)) {
-            Fail("the description did not arrive");
+        if (!meta->ReadFromMediaParam(&parcel) || !meta->GetInt32("sample-rate", mFramesPerSecond) ||
+            !meta->GetInt32("slot-frames", mSlotFrames) || !meta->GetInt64("frames", mTotalFrames) ||
+            !(mRegion = std::dynamic_pointer_cast<SlotRegion>(parcel.ReadPointer()))) {
+            Fail("the parcel is not complete");
         }
-        mRegion = std::dynamic_pointer_cast<FileRegion>(parcel.ReadPointer());
-        if (!mRegion) {
-            Fail("the samples did not arrive");
-        }
-        // A block of a compressed format may last longer than a buffer should.
-        const int64_t blocks =
-            std::max<int64_t>(1, blocksPerSecond.num / (blocksPerSecond.den * BUFFERS_PER_SECOND));
-        mBufferBytes = blocks * blockBytes;
-        mBytesPerSecond = static_cast<double>(blocksPerSecond.num) / blocksPerSecond.den * blockBytes;
-        mLatenessUs.reserve(static_cast<size_t>((mSampleBytes + mBufferBytes - 1) / mBufferBytes));
     }
 
     void Start()
     {
-        mSink.SendRegion(mRegion->Fd());
-        mSink.SendBuffer(mRegion->HeaderBytes());
         if (mQueue.Start("player", osal::Thread::PRIORITY_DEFAULT) != 0) {
             Fail("no thread to play on");
         }
-        mStartUs = osal::GetTimeUsBoot();
-        QueueNext();
+        mQueue.QueueMsg(this, 0);
     }
 
-    double TotalSeconds() const { return static_cast<double>(mSampleBytes) / mBytesPerSecond; }
-    double DoneSeconds() const { return static_cast<double>(mDoneBytes) / mBytesPerSecond; }
-    const std::vector<int64_t>& LatenessUs() const { return mLatenessUs; }  // one number a buffer
+    double TotalSeconds() const { return Seconds(mTotalFrames); }  // 0 if it is not known
+    double DoneSeconds() const { return Seconds(mDoneFrames); }
+    // After Wait():
+    const std::string& Error() const { return mError; }
+    int64_t DoneFrames() const { return mDoneFrames; }
+    int64_t SentSlots() const { return mSentSlots; }
+    const std::map<int64_t, int64_t>& SlotsBelowUs() const { return mSlotsBelowUs; }  // of lateness
 
 private:
     void HandleMsg(int32_t& /*arg*/) override
     {
-        mLatenessUs.push_back(osal::GetTimeUsBoot() - mDueUs);
-        const int64_t end = std::min(mSampleBytes, mDoneBytes + mBufferBytes);
-        const bool isLast = end == mSampleBytes;
-        const int64_t padding = isLast ? mSampleBytes % 2 : 0;
-        if (!mSink.SendBuffer(static_cast<uint64_t>(end - mDoneBytes + padding))) {
-            return;  // who waits for the sink knows more
+        if (mFrames > 0 && !ReleaseSlot()) {
+            return;  // whoever waits for the sink knows more
         }
-        mDoneBytes = end;
-        if (isLast) {
+        mFrames = 0;
+        try {
+            mFrames = static_cast<uint32_t>(mInput.Read(mRegion->Slot(Slot()), mSlotFrames));
+        } catch (const std::exception& failure) {
+            mError = failure.what();
+        }
+        if (mFrames == 0) {
+            mSink.End(mError.empty());
             NotifyFinished();
-        } else {
-            QueueNext();
+            return;
         }
-    }
-
-    // Due times count from the start, so that lateness does not add up.
-    void QueueNext()
-    {
         const int64_t nowUs = osal::GetTimeUsBoot();
+        // Due times count from the start, so that lateness does not add up.
+        mStartUs = mDoneFrames == 0 ? nowUs : mStartUs;
         mDueUs = mSpeed > 0 ? mStartUs + static_cast<int64_t>(DoneSeconds() * 1e6 / mSpeed) : nowUs;
-        const uint64_t delayNs = mDueUs > nowUs ? static_cast<uint64_t>(mDueUs - nowUs) * NS_PER_US : 0;
-        mQueue.QueueMsg(this, delayNs);  // refused only while the queue is stopped, because the sink is gone
+        mQueue.QueueMsg(this, static_cast<uint64_t>(std::max<int64_t>(0, mDueUs - nowUs)) * 1'000);
     }
 
+    // Returns false when the sink is gone, otherwise when there is a slot to fill.
+    bool ReleaseSlot()
+    {
+        int64_t limitUs = 16;
+        while (osal::GetTimeUsBoot() - mDueUs >= limitUs) {
+            limitUs *= 2;
+        }
+        ++mSlotsBelowUs[limitUs];
+        mDoneFrames += mFrames;
+        // Once all slots were in use, the next one is free when the sink has confirmed it.
+        return mSink.SendSlot(Slot(), mFrames) && (++mSentSlots < SLOTS || mSink.WaitForSlot());
+    }
+
+    uint32_t Slot() const { return static_cast<uint32_t>(mSentSlots % SLOTS); }
+    double Seconds(int64_t frames) const { return static_cast<double>(frames) / mFramesPerSecond; }
+
+    Input& mInput;
     Sink& mSink;
     const double mSpeed;
-    std::shared_ptr<FileRegion> mRegion;
-    int64_t mSampleBytes = 0;
-    int64_t mBufferBytes = 0;
-    double mBytesPerSecond = 0;
+    std::shared_ptr<SlotRegion> mRegion;
+    int32_t mFramesPerSecond = 0;
+    int32_t mSlotFrames = 0;
+    int64_t mTotalFrames = 0;
+    uint32_t mFrames = 0;  // in the slot
+    int64_t mSentSlots = 0;
+    std::string mError;
     int64_t mStartUs = 0;
     int64_t mDueUs = 0;
-    std::atomic<int64_t> mDoneBytes{0};  // read by the progress bar
-    std::vector<int64_t> mLatenessUs;
+    std::atomic<int64_t> mDoneFrames{0};  // read by the progress bar
+    std::map<int64_t, int64_t> mSlotsBelowUs;
     osal::MsgQueue mQueue;  // last, so that its worker ends before what it uses
 };
 
-// Draws the progress bar ten times a second, on a worker of its own: drawing must not delay the player.
-class Progress : public osal::MsgHandlerBase {
-public:
-    explicit Progress(const Player& player) : mPlayer(player)
-    {
-        mIsShown = isatty(STDERR_FILENO) != 0 && mQueue.Start("progress", osal::Thread::PRIORITY_MIN) == 0 &&
-                   mQueue.QueueMsg(this, 0) == 0;
-    }
-    ~Progress() override
-    {
-        if (mIsShown) {
-            mQueue.Stop();
-            Draw();
-            fputc('\n', stderr);
-        }
-    }
-
-private:
-    void HandleMsg(int32_t& /*arg*/) override
-    {
-        Draw();
-        mQueue.QueueMsg(this, 100'000'000);
-    }
-    void Draw() { fprintf(stderr, "\r%s", ProgressBar(mPlayer.DoneSeconds(), mPlayer.TotalSeconds()).c_str()); }
-
-    const Player& mPlayer;
-    bool mIsShown;
-    osal::MsgQueue mQueue;
-};
+void DrawProgress(const Player& player)
+{
+    const double total = player.TotalSeconds();
+    std::string bar(total > 0 ? 40 : 0, '-');
+    std::fill_n(bar.begin(), total > 0 ? std::min(40, static_cast<int>(40 * player.DoneSeconds() / total)) : 0,
+                '#');
+    fprintf(stderr, total > 0 ? "[%s] %.1f / %.1f s\r" : "%s%.1f s\r", bar.c_str(), player.DoneSeconds(), total);
+}
 
 void Run(const Options& options)
 {
-    const WavFile wav = ParseWav(ReadAll(options.input));
-    Sink sink(options.output);
+    Input input(options.input);
+    const size_t slotBytes = static_cast<size_t>(SlotFrames(input)) * input.FrameBytes();
+    const auto region = std::make_shared<SlotRegion>(slotBytes);
+    Sink sink(options.output, input, region->Fd(), slotBytes);
 
-    const auto region = std::make_shared<FileRegion>(wav);
-    const auto description = Describe(wav);
-
-    // For the log: with what stays on this side, a copy that shares the description's numbers.
-    const auto everything = description->Copy();
-    everything->SetByteBuffer("format-chunks",
-                              {wav.formatChunks.size(), const_cast<uint8_t*>(wav.formatChunks.data())});
-    everything->SetObject("region", region);
-    everything->Dump();
-
+    const auto description = Describe(input);
     osal::MediaParam parcel;
     if (!description->WriteToMediaParam(&parcel)) {
         Fail("the description is not carried");
     }
     parcel.WritePointer(region);
+    description->SetObject("region", region);  // parcels carry no objects as values
+    description->Dump();
 
-    Player player(parcel, sink, options.speed);
-    Sink::Report report{};
-    {
-        const Progress progress(player);
-        player.Start();
-        report = sink.WaitForReport();
-        player.Wait();
+    Player player(parcel, input, sink, options.speed);
+    player.Start();
+    const bool isTerminal = isatty(STDERR_FILENO) != 0;
+    while (!sink.WaitForEnd(isTerminal ? 100 : -1)) {
+        DrawProgress(player);
     }
-    FILE* const to = IsStandardOutput(options.output) ? stderr : stdout;
-    fprintf(to, "played %s: %.2f s, %s, %u Hz, %d channel(s)", options.input.c_str(), player.TotalSeconds(),
-            FormatName(wav.formatTag).c_str(), wav.samplesPerSecond, wav.channels);
-    fprintf(to, wav.bitsPerSample > 0 ? ", %d bit\n" : "\n", wav.bitsPerSample);
-    fprintf(to, "  %zu buffers, %zu bytes%s%s\n", player.LatenessUs().size(), wav.samples.size(),
-            options.output.empty() ? ", not kept" : " -> ", options.output.c_str());
-    fprintf(to, "  region write-protected: the sink's writable mapping was refused (%s)\n",
-            strerror(report.writableMapErrno));
-    fputs(LatenessReport(player.LatenessUs()).c_str(), to);
-    if (fflush(to) != 0 || ferror(to) != 0) {
+    player.Wait();
+    if (!player.Error().empty()) {
+        Fail(player.Error());
+    }
+    printf("played %s: %.2f s, %s, %d Hz, %d channel(s)\n", options.input.c_str(), player.DoneSeconds(),
+           input.FormatName().c_str(), input.Info().samplerate, input.Info().channels);
+    printf("  %" PRId64 " frames -> %s\n", player.DoneFrames(),
+           options.output.empty() ? "not kept" : options.output.c_str());
+    printf("  region write-protected: the sink's writable mapping was refused (%s)\n",
+           strerror(sink.WritableMapErrno()));
+    for (const auto& [limitUs, slots] : player.SlotsBelowUs()) {
+        const std::string bar(static_cast<size_t>((slots * 50 - 1) / player.SentSlots() + 1), '#');
+        printf("  late by < %8" PRId64 " us: %8" PRId64 " slots %s\n", limitUs, slots, bar.c_str());
+    }
+    if (fflush(stdout) != 0) {
         Fail("cannot write the report");
     }
+    sink.Commit();
 }
 
 }  // namespace
 
 int main(int argc, char** argv)
 {
-    Options options;
+    // No file of the program may become a closed standard stream. To this one, writing fails.
+    while (open("/dev/null", O_RDONLY | O_CLOEXEC) <= STDERR_FILENO) {
+    }
+    signal(SIGPIPE, SIG_IGN);
     try {
-        RemoveOutputOnInterrupt();
-        options = ParseOptions(argc, argv);
-        Run(options);
-    } catch (const UsageError& error) {
-        fprintf(stderr, "media_pipeline: %s; see --help\n", error.what());
-        return 2;
-    } catch (const WavError& error) {
-        fprintf(stderr, "media_pipeline: %s: %s\n", options.input.c_str(), error.what());
-        return 1;
-    } catch (const std::bad_alloc&) {
-        fprintf(stderr, "media_pipeline: %s: it does not fit into memory\n", options.input.c_str());
-        return 1;
-    } catch (const std::exception& error) {
-        fprintf(stderr, "media_pipeline: %s\n", error.what());
+        Run(ParseOptions(argc, argv));
+    } catch (const std::exception& failure) {
+        fprintf(stderr, "media_pipeline: %s\n", failure.what());
         return 1;
     }
     return 0;

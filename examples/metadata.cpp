@@ -60,9 +60,7 @@ int main()
 
     //! [get-object]
     std::shared_ptr<osal::MediaMeta::MetaBase> object;
-    if (!video->GetObject("color-space", object)) {
-        return 1;
-    }
+    video->GetObject("color-space", object);  // stays null if there is no such object
     const auto colorSpace = std::dynamic_pointer_cast<ColorSpace>(object);
     //! [get-object]
     std::printf("color primaries: %d\n", colorSpace ? colorSpace->primaries : -1);

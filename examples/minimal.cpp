@@ -28,10 +28,8 @@ int main()
 
     Announcer announcer(*meta);
     osal::MsgQueue queue;
-    if (queue.Start("announcer", osal::Thread::PRIORITY_DEFAULT) != 0) {
-        return 1;
-    }
-    if (queue.QueueMsg(&announcer, 20'000'000) != 0) {  // in nanoseconds: 20 ms
+    if (queue.Start("announcer", osal::Thread::PRIORITY_DEFAULT) != 0 ||
+        queue.QueueMsg(&announcer, 20'000'000) != 0) {  // in nanoseconds: 20 ms
         return 1;
     }
     announcer.Wait();

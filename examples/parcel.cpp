@@ -57,8 +57,7 @@ int main()
     const bool isWideRead = param.ReadInt64(&wide) == 0;  // false: the result is ERR_NO_MORE
     const bool isNarrowRead = param.ReadInt32(&narrow) == 0;
     //! [width]
-    std::printf("eight bytes: %s, %d\n", isWideRead ? "read" : "ERR_NO_MORE", static_cast<int>(wide));
-    std::printf("four bytes: %s, %d\n", isNarrowRead ? "read" : "ERR_NO_MORE", narrow);
-    std::printf("one more string: %s\n", param.ReadString() == nullptr ? "none" : "read");
+    std::printf("eight bytes: %s, four bytes: %s\n", isWideRead ? "read" : "refused",
+                isNarrowRead ? "read" : "refused");
     return 0;
 }

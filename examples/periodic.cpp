@@ -6,13 +6,15 @@
 #include <osal/msg_queue.h>
 #include <osal/utils.h>
 
-namespace {
-
 //! [ticker]
 class Ticker : public osal::MsgHandlerBase {
 public:
-    explicit Ticker(osal::MsgQueue& queue) : mQueue(queue) {}
+    bool Start()
+    {
+        return mQueue.Start("ticker", osal::Thread::PRIORITY_DEFAULT) == 0 && mQueue.QueueMsg(this, 0) == 0;
+    }
 
+private:
     void HandleMsg(int32_t& /*arg*/) override
     {
         const int64_t nowUs = osal::GetTimeUsBoot();  // the queue's clock
@@ -25,23 +27,18 @@ public:
         }
     }
 
-private:
-    osal::MsgQueue& mQueue;
     int64_t mDueUs = 0;
     int mTicks = 0;
+    osal::MsgQueue mQueue;  // last, so that it is destroyed first: its worker uses the fields above
 };
 //! [ticker]
 
-}  // namespace
-
 int main()
 {
-    osal::MsgQueue queue;
-    Ticker ticker(queue);
-    if (queue.Start("ticker", osal::Thread::PRIORITY_DEFAULT) != 0 || queue.QueueMsg(&ticker, 0) != 0) {
+    Ticker ticker;
+    if (!ticker.Start()) {
         return 1;
     }
     ticker.Wait();
-    queue.Stop();  // before the ticker is destroyed: its last HandleMsg() may still be running
-    return 0;
+    return 0;  // the worker may still be in the last HandleMsg(): ~MsgQueue() waits for it
 }

@@ -1,12 +1,13 @@
 #include "sink.h"
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
-#include <cstring>
-#include <memory>
+#include <fcntl.h>
+#include <filesystem>
 #include <osal/memfd.h>
+#include <poll.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
@@ -14,169 +15,164 @@
 #include <system_error>
 #include <unistd.h>
 
+namespace fs = std::filesystem;
+
 namespace {
+
+constexpr int BROKE_OFF = 2;  // exit status of the sink process
+
+// Not in the object, because a signal handler uses them.
+std::string outPath;
+std::string partPath;  // the output until Commit(), or empty
+volatile pid_t sinkProcess = -1;
+
+struct Slot {
+    uint32_t number;
+    uint32_t frames;  // 0: the stream is over, complete if `number` is 0 too
+};
 
 [[noreturn]] void Fail(const std::string& what) { throw std::system_error(errno, std::generic_category(), what); }
 
-// Room for one descriptor beside a message.
-union DescriptorRoom {
-    cmsghdr align;
-    std::array<char, CMSG_SPACE(sizeof(int))> bytes;
-};
-
-// --- In the sink process
-
-int ReceiveRegion(int socket)
+void EndBy(int number)
 {
-    char byte = 0;
-    iovec data{&byte, sizeof(byte)};
-    DescriptorRoom room{};
-    msghdr message{};
-    message.msg_iov = &data;
-    message.msg_iovlen = 1;
-    message.msg_control = room.bytes.data();
-    message.msg_controllen = room.bytes.size();
-    const ssize_t received = recvmsg(socket, &message, 0);
-    const cmsghdr* head = CMSG_FIRSTHDR(&message);
-    if (received <= 0 || head == nullptr || head->cmsg_level != SOL_SOCKET || head->cmsg_type != SCM_RIGHTS) {
-        throw std::runtime_error("no region came");
+    unlink(partPath.c_str());
+    if (sinkProcess > 0) {
+        kill(sinkProcess, SIGKILL);  // which ends a stopped process too
     }
-    int fd = -1;
-    memcpy(&fd, CMSG_DATA(head), sizeof(fd));
-    return fd;
+    signal(number, SIG_DFL);
+    raise(number);  // so that a shell sees what ended the process
 }
 
-Sink::Report RunSink(int socket, const Output& output)
+void ChooseOutput(const std::string& path, const std::string& input)
 {
-    const int region = ReceiveRegion(socket);
-    const int regionSize = osal::MemfdGetRegionSize(region);
-    if (regionSize < 0) {
-        throw std::runtime_error("what came is no region");
+    outPath = fs::weakly_canonical(path);  // links lead to the file that is to be replaced
+    if (fs::exists(outPath) && (!fs::is_regular_file(outPath) || fs::equivalent(outPath, input))) {
+        throw std::runtime_error(path + ": the output is the input or no regular file");
     }
-    const auto sizeBytes = static_cast<size_t>(regionSize);
-    Sink::Report report{};
+    if (fs::exists(outPath) && access(outPath.c_str(), W_OK) != 0) {
+        Fail(path);
+    }
+    partPath = fs::path(outPath).replace_filename(".media_pipeline." + std::to_string(getpid()));
+}
+
+// The sink process, which got no more than the descriptor of the region. Returns the exit status.
+int RunSink(int socket, int out, const Input& input, int region, size_t slotBytes)
+{
+    const auto sizeBytes = static_cast<size_t>(osal::MemfdGetRegionSize(region));
     if (mmap(nullptr, sizeBytes, PROT_READ | PROT_WRITE, MAP_SHARED, region, 0) != MAP_FAILED) {
         throw std::runtime_error("the region can be mapped writable");
     }
-    report.writableMapErrno = errno;
-    void* const mapping = mmap(nullptr, sizeBytes, PROT_READ, MAP_SHARED, region, 0);
-    if (mapping == MAP_FAILED) {
+    const int refusal = errno;
+    send(socket, &refusal, sizeof(refusal), MSG_NOSIGNAL);
+    const void* const slots = mmap(nullptr, sizeBytes, PROT_READ, MAP_SHARED, region, 0);
+    if (slots == MAP_FAILED) {
         Fail("cannot map the region");
     }
-    const auto* bytes = static_cast<const uint8_t*>(mapping);
-
-    std::unique_ptr<FILE, int (*)(FILE*)> out(output.Fd() >= 0 ? fdopen(output.Fd(), "wb") : nullptr, fclose);
-    while (report.bytes < sizeBytes) {
-        uint64_t partBytes = 0;
-        if (recv(socket, &partBytes, sizeof(partBytes), 0) != sizeof(partBytes)) {
-            throw std::runtime_error("the stream broke off");
-        }
-        if (partBytes > sizeBytes - report.bytes) {
-            throw std::runtime_error("a buffer reaches beyond the region");
-        }
-        if (out && fwrite(bytes + report.bytes, 1, partBytes, out.get()) != partBytes) {
-            Fail(output.Path());
-        }
-        report.bytes += partBytes;
+    SF_INFO info = input.Info();
+    info.format = SF_FORMAT_RF64 | input.WavSubtype();
+    SNDFILE* const file = out >= 0 ? sf_open_fd(out, SFM_WRITE, &info, SF_TRUE) : nullptr;
+    if (out >= 0 && file == nullptr) {
+        throw std::runtime_error(outPath + ": " + sf_strerror(nullptr));
     }
-    if (out && fclose(out.release()) != 0) {
-        Fail(output.Path());
+    sf_command(file, SFC_RF64_AUTO_DOWNGRADE, nullptr, SF_TRUE);  // plain WAV below 4 GiB
+    for (Slot slot{}; recv(socket, &slot, sizeof(slot), 0) == sizeof(slot);) {
+        if (slot.frames == 0) {
+            return slot.number != 0 ? BROKE_OFF : file != nullptr ? sf_close(file) : 0;
+        }
+        const void* const samples = static_cast<const char*>(slots) + slot.number * slotBytes;
+        if (file != nullptr && !input.Write(file, samples, slot.frames)) {
+            throw std::runtime_error(outPath + ": " + sf_strerror(file));
+        }
+        send(socket, &slot, sizeof(slot), MSG_NOSIGNAL);
     }
-    return report;
+    return BROKE_OFF;
 }
 
 }  // namespace
 
-// --- In the process of the pipeline
-
-Sink::Sink(const std::string& outPath) : mOutput(outPath)
+Sink::Sink(const std::string& path, const Input& input, int region, size_t slotBytes)
 {
+    if (!path.empty()) {
+        ChooseOutput(path, input.Path());
+    }
+    for (const int number : {SIGHUP, SIGINT, SIGQUIT, SIGTERM}) {
+        if (signal(number, EndBy) == SIG_IGN && number == SIGHUP) {
+            signal(number, SIG_IGN);  // nohup; scripts ignore SIGINT for all background programs
+        }
+    }
+    const int out = open(partPath.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    if (out < 0 && !path.empty()) {
+        Fail(path);
+    }
     std::array<int, 2> sockets{};
-    if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, sockets.data()) != 0) {
-        Fail("socketpair");
+    if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, sockets.data()) != 0 || (mProcess = fork()) < 0) {
+        unlink(partPath.c_str());
+        Fail("no sink process");
     }
+    if (mProcess == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGTERM);
+        close(sockets[0]);
+        int status = 1;
+        try {
+            status = RunSink(sockets[1], out, input, region, slotBytes);
+        } catch (const std::exception& error) {
+            fprintf(stderr, "media_pipeline: sink: %s\n", error.what());
+        }
+        _exit(status);
+    }
+    sinkProcess = mProcess;
     mSocket = sockets[0];
-    mProcess = fork();
-    if (mProcess < 0) {
-        Fail("fork");
+    close(sockets[1]);
+    if (recv(mSocket, &mWritableMapErrno, sizeof(mWritableMapErrno), 0) != sizeof(mWritableMapErrno)) {
+        WaitForEnd(-1);
     }
-    if (mProcess > 0) {
-        close(sockets[1]);
-        close(mOutput.Fd());  // or a pipe would not end with the sink
-        return;
-    }
-    close(sockets[0]);
-    prctl(PR_SET_PDEATHSIG, SIGTERM);  // also while a pipe that nobody reads blocks the sink
-    signal(SIGPIPE, SIG_IGN);  // a pipe that nobody reads any more is an error to report
-    Report report{};
-    try {
-        report = RunSink(sockets[1], mOutput);
-    } catch (const std::exception& error) {
-        mOutput.Discard();  // the other process may be dead
-        snprintf(report.error.data(), report.error.size(), "%s", error.what());
-    }
-    send(sockets[1], &report, sizeof(report), MSG_NOSIGNAL);
-    _exit(0);
 }
 
 Sink::~Sink()
 {
     close(mSocket);
     if (mProcess > 0) {
-        kill(mProcess, SIGTERM);
+        sinkProcess = -1;
+        kill(mProcess, SIGKILL);
         waitpid(mProcess, nullptr, 0);
     }
+    unlink(partPath.c_str());
 }
 
-void Sink::SendRegion(int fd)
+bool Sink::SendSlot(uint32_t number, uint32_t frames) noexcept
 {
-    char byte = 0;  // no message, no descriptor
-    iovec data{&byte, sizeof(byte)};
-    DescriptorRoom room{};
-    msghdr message{};
-    message.msg_iov = &data;
-    message.msg_iovlen = 1;
-    message.msg_control = room.bytes.data();
-    message.msg_controllen = room.bytes.size();
-    cmsghdr* head = CMSG_FIRSTHDR(&message);
-    head->cmsg_level = SOL_SOCKET;
-    head->cmsg_type = SCM_RIGHTS;
-    head->cmsg_len = CMSG_LEN(sizeof(fd));
-    memcpy(CMSG_DATA(head), &fd, sizeof(fd));
-    // A sink that is gone already says why in its report.
-    if (sendmsg(mSocket, &message, MSG_NOSIGNAL) < 0 && errno != EPIPE) {
-        Fail("cannot hand over the region");
+    const Slot slot{number, frames};
+    return send(mSocket, &slot, sizeof(slot), MSG_NOSIGNAL) == sizeof(slot);
+}
+
+bool Sink::WaitForSlot() noexcept
+{
+    Slot slot{};
+    return recv(mSocket, &slot, sizeof(slot), 0) == sizeof(slot);
+}
+
+bool Sink::WaitForEnd(int timeoutMs)
+{
+    pollfd closed{mSocket, 0, 0};
+    if (poll(&closed, 1, timeoutMs) == 0) {
+        return false;
     }
-}
-
-bool Sink::SendBuffer(uint64_t sizeBytes) noexcept
-{
-    return send(mSocket, &sizeBytes, sizeof(sizeBytes), MSG_NOSIGNAL) == sizeof(sizeBytes);
-}
-
-Sink::Report Sink::WaitForReport()
-{
-    Report report{};
-    ssize_t received = 0;
-    do {  // a sink that gave up left messages unread, which is reported before its own
-        received = recv(mSocket, &report, sizeof(report), 0);
-    } while (received < 0 && errno == ECONNRESET);
     int status = 0;
     waitpid(mProcess, &status, 0);
-    mProcess = -1;
+    mProcess = sinkProcess = -1;
+    if (status == 0 || (WIFEXITED(status) && WEXITSTATUS(status) == BROKE_OFF)) {
+        return true;
+    }
+    unlink(partPath.c_str());
     if (WIFSIGNALED(status)) {
-        const int signal = WTERMSIG(status);
-        if (std::find(INTERRUPTS.begin(), INTERRUPTS.end(), signal) != INTERRUPTS.end()) {
-            raise(signal);
-        }
-        throw std::runtime_error(std::string("the sink was ended: ") + strsignal(signal));
+        raise(WTERMSIG(status));
     }
-    if (received != sizeof(report)) {
-        throw std::runtime_error("the sink died");
+    _exit(1);
+}
+
+void Sink::Commit()
+{
+    if (!partPath.empty() && rename(partPath.c_str(), outPath.c_str()) != 0) {
+        Fail(outPath);
     }
-    if (report.error[0] != '\0') {
-        throw std::runtime_error(std::string("sink: ") + report.error.data());
-    }
-    mOutput.Commit();
-    return report;
 }

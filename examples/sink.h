@@ -1,39 +1,39 @@
 #pragma once
 
-#include "output.h"
+#include "input.h"
 
-#include <array>
-#include <cstdint>
+#include <string>
 #include <sys/types.h>
 
-// The far end of the pipeline: a process of its own that gets a file as a memory-file region over a UNIX socket
-// and writes it down, part by part, as the parts are released.
+// The far end of the pipeline: a process of its own, which can only read the slots of a region. It writes them to
+// a WAV file as they are released, and confirms each. The file appears complete or not at all, also when an
+// interrupt ends one of the processes. One sink at a time.
 class Sink {
 public:
-    // What the sink process found and did.
-    struct Report {
-        uint64_t bytes;
-        int writableMapErrno;  // with which the system refused to map the region writable
-        std::array<char, 256> error;  // why it gave up; empty if it did not
-    };
-
-    // Forks the sink process; call it before the first thread starts. Nothing is written for an empty
-    // `outPath`. Throws std::runtime_error, like all operations here.
-    explicit Sink(const std::string& outPath);
-    // Ends the sink process if it still runs.
+    // Forks the sink process; call it before the first thread starts. Slot k of the region begins at k *
+    // `slotBytes`. Keeps nothing for an empty `path`. Throws std::runtime_error, as Commit() does.
+    Sink(const std::string& path, const Input& input, int region, size_t slotBytes);
+    // Ends the sink process if it still runs, and removes a file that was not committed.
     ~Sink();
     Sink(const Sink&) = delete;
     Sink& operator=(const Sink&) = delete;
 
-    void SendRegion(int fd);
-    // Releases the part of the region behind the one before. False when the sink is gone.
-    bool SendBuffer(uint64_t sizeBytes) noexcept;
-    // Blocks until the sink has written the whole region, and puts the output in its place. A sink that an
-    // interrupt ended takes this process with it.
-    Report WaitForReport();
+    // With which the system refused the sink a writable mapping of the region.
+    int WritableMapErrno() const { return mWritableMapErrno; }
+    // Releases the first frames of a slot. False when the sink is gone, as for WaitForSlot().
+    bool SendSlot(uint32_t number, uint32_t frames) noexcept;
+    // Blocks until the sink has written one slot more.
+    bool WaitForSlot() noexcept;
+    // Asks the sink to end, because the stream is complete or broken.
+    void End(bool isComplete) noexcept { SendSlot(isComplete ? 0 : 1, 0); }
+    // Returns false if the sink process has not ended within `timeoutMs`; -1 waits without limit. If the sink was
+    // not asked to end, this process ends in the same way, and at once: a worker that reads a pipe would not stop.
+    bool WaitForEnd(int timeoutMs);
+    // Puts the file in place of an old one.
+    void Commit();
 
 private:
-    Output mOutput;
-    int mSocket;
-    pid_t mProcess;
+    pid_t mProcess = -1;
+    int mSocket = -1;
+    int mWritableMapErrno = 0;
 };

@@ -37,22 +37,18 @@ private:
 int main()
 {
     Format format;
-    if (!format.SetRate(44100)) {
-        return 1;
-    }
-    const auto snapshot = format.Snapshot();
+    std::shared_ptr<osal::MediaMeta> snapshot;
     int32_t rate = 0;
-    if (!format.SetRate(48000) || !snapshot || !snapshot->GetInt32("sample-rate", rate) ||
-        !snapshot->SetString("title", "First")) {
+    if (!format.SetRate(44100) || (snapshot = format.Snapshot()) == nullptr || !format.SetRate(48000) ||
+        !snapshot->GetInt32("sample-rate", rate) || !snapshot->SetString("title", "First")) {
         return 1;
     }
     std::printf("rate of the snapshot: %d\n", rate);
 
     //! [share]
     const auto copy = snapshot->Copy();
-    if (!copy || !copy->SetInt32("sample-rate", 96000) || !snapshot->GetInt32("sample-rate", rate)) {
-        return 1;
-    }
+    copy->SetInt32("sample-rate", 96000);
+    snapshot->GetInt32("sample-rate", rate);
     std::printf("after a change of its copy: %d\n", rate);  // 96000: both share the item
     //! [share]
 

@@ -34,29 +34,24 @@ void Withdraw(osal::MsgQueue& queue, osal::IMsgHandler& handler)
 }
 //! [fence]
 
-class Slow : public osal::MsgHandlerBase {
-public:
-    explicit Slow(bool& hasEnded) : mHasEnded(hasEnded) {}
+bool hasEnded = false;
 
+class Slow : public osal::MsgHandlerBase {
     void HandleMsg(int32_t& /*arg*/) override
     {
         NotifyFinished();  // too early: a thread must not delete the handler right after Wait()
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        mHasEnded = true;
+        hasEnded = true;
     }
-
-private:
-    bool& mHasEnded;
 };
 
 }  // namespace
 
 int main()
 {
-    bool hasEnded = false;
     osal::MsgQueue queue;
     {
-        Slow slow(hasEnded);
+        Slow slow;
         if (queue.Start("slow", osal::Thread::PRIORITY_DEFAULT) != 0 || queue.QueueMsg(&slow, 0) != 0) {
             return 1;
         }

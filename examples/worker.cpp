@@ -1,6 +1,5 @@
 // A thread that works in steps and blocks between them.
 
-#include <cerrno>
 #include <condition_variable>
 #include <cstdio>
 #include <mutex>
@@ -61,8 +60,6 @@ int main()
         return 1;
     }
     decoder.Decode(/*packets=*/2);
-    const bool isRefused = decoder.Start("second", osal::Thread::PRIORITY_DEFAULT) == -EEXIST;
-    std::printf("a second worker: %s\n", isRefused ? "refused" : "started");
     decoder.End();
     if (decoder.Start("thumbnailer", osal::Thread::PRIORITY_MIN) != 0) {  // the same object with a new worker
         return 1;

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Installs missing packages, builds the library and plays a WAV file with it. The default file is the sample.
+# Installs missing packages, builds the library and sends a sound file through it. The default file is the sample.
 set -euo pipefail
-[ $# -le 1 ] && [[ "${1-.}" != "" && "${1-.}" != -* ]] || { echo "usage: demo.sh [FILE.wav]" >&2; exit 2; }
+[ $# -le 1 ] && [[ "${1-.}" != "" && "${1-.}" != -* ]] || { echo "usage: demo.sh [FILE]" >&2; exit 2; }
 input=${1-}
 [[ "$input" == "" || "$input" == /* ]] || input=$PWD/$input
 cd "$(dirname "$0")/.."
@@ -10,7 +10,7 @@ input=${input:-$PWD/examples/data/sample.wav}
 
 [ -r "$input" ] || fail "cannot read $input"
 [ ! -d "$input" ] || fail "cannot read $input: it is a directory"
-need c++=g++ cmake=cmake ninja=ninja-build
+need c++=g++ cmake=cmake ninja=ninja-build pkg-config=pkg-config libsndfile1-dev
 build release -DOSAL_BUILD_TESTS=OFF -DOSAL_BUILD_EXAMPLES=ON
 echo "playing $input; the output is $PWD/build/demo.wav"
 # exec, so that a signal to the script reaches the program.
