@@ -1,4 +1,4 @@
-// A picture in shared memory, which any process can read and none can change.
+// A picture in shared memory: a process that has the descriptor can read it, and none can change it.
 
 #include <cerrno>
 #include <cstdio>

@@ -55,7 +55,7 @@ void ChooseOutput(const std::string& path, const std::string& input)
     partPath = fs::path(outPath).replace_filename(".media_pipeline." + std::to_string(getpid()));
 }
 
-// The sink process, which got no more than the descriptor of the region. Returns the exit status.
+// The sink process. Of the region it has only the descriptor, not the mapping. Returns the exit status.
 int RunSink(int socket, int out, const Input& input, int region, size_t slotBytes)
 {
     const auto sizeBytes = static_cast<size_t>(osal::MemfdGetRegionSize(region));

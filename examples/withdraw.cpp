@@ -16,7 +16,7 @@ public:
         NotifyFinished();
     }
 
-    bool mHasRun = false;  // read only after Wait()
+    bool mHasRun = false;  // read after Wait(), or if the fence was refused
 };
 
 // After this call the handler can be deleted, unless it was queued again. Do not call this on the worker: the
@@ -26,7 +26,7 @@ void Withdraw(osal::MsgQueue& queue, osal::IMsgHandler& handler)
     queue.RemoveMsg(&handler);
     Fence fence;  // a new fence for each call: a finished handler stays finished
     if (queue.QueueMsg(&fence, 0) == 0) {
-        fence.Wait();  // the fence runs after the HandleMsg() that was running or about to run
+        fence.Wait();  // if the fence runs, the HandleMsg() before it has ended
     }
     if (!fence.mHasRun) {
         queue.Stop();  // the fence was refused or dropped: waits if another thread is still stopping the queue

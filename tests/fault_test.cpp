@@ -28,8 +28,8 @@ enum Failure { NONE, OF_STRDUP, OF_NEW, OF_NOTHROW_NEW };
 thread_local Failure failure = NONE;  // the last one
 thread_local int allocations = 0;
 
-// While true, every allocation of this size returns this block. So a copy from one to another overlaps, which
-// memcpy_s() refuses.
+// While true, every allocation of sizeof(shared) bytes returns `shared`, so that a copy overlaps, which memcpy_s()
+// refuses.
 thread_local bool isShared = false;
 uint8_t shared[osal::MEDIA_PARAM_CAPACITY];
 

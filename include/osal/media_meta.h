@@ -101,10 +101,14 @@ public:
         /// Returns a new item of META_TYPE_NONE whose deleter is Destroy(). `mValue` is not initialised.
         static std::shared_ptr<MetaItem> Create();
 
-        /// The deleter of every item: releases what the item owns, and deletes the item. Does nothing for null.
+        /// The deleter of every item: releases what the item owns, and deletes the item, which must come from
+        /// `new`.
+        /// **Never call it for an item that a shared pointer holds**: that item would be deleted twice. Does
+        /// nothing for null.
         static void Destroy(MetaItem* item);
 
-        /// Called by Create() only.
+        /// For Create(). Makes an item of META_TYPE_NONE whose `mValue` is not initialised, to be released with
+        /// Destroy().
         MetaItem();
         /// Releases the object only. Destroy() releases strings and byte buffers.
         ~MetaItem();
@@ -289,8 +293,8 @@ public:
     /// @{
 
     /// Sets `value` to the entry's own string, which the caller must not free or change. The string is valid until
-    /// a different string is set under the key or the item is released. Sets null if the entry came from a parcel
-    /// without its string.
+    /// a different string is set under the key or the item is released. Sets null if the string could not be read
+    /// from a parcel.
     bool GetString(const char* key, const char*& value) const;
     /// Sets `data` to the entry's own bytes, which the caller must not free. The bytes are valid until bytes are
     /// set under the key again or the item is released. Writing to them changes the stored bytes. `size` gets only
@@ -315,10 +319,10 @@ public:
     /// Sets every entry of `other` in this container through the setters, in key order. Objects are shared. At the
     /// first entry that its setter refuses, logs one or two errors and returns false; the entries before stay
     /// merged.
-    /// Setters also refuse entries from a parcel without their string or bytes, or with the denominator 0. Entries
-    /// of 8-bit, 16-bit and unsigned integers, of META_TYPE_NONE and of unknown types are skipped, with an error
-    /// line each, and do not change the result. If `other` is an empty pointer, returns false and logs nothing. If
-    /// memory runs out, the entries that were merged before stay merged.
+    /// Setters also refuse entries whose string or bytes could not be read from a parcel, or with the denominator
+    /// 0. Entries of 8-bit, 16-bit and unsigned integers, of META_TYPE_NONE and of unknown types are skipped, with
+    /// an error line each, and do not change the result. If `other` is an empty pointer, returns false and logs
+    /// nothing. If memory runs out, the entries that were merged before stay merged.
     bool Merge(std::shared_ptr<MediaMeta> other);
 
     /// Returns the position of the first entry, or End() if there is none. **Although const, it must not run at
@@ -351,7 +355,8 @@ public:
     ///
     /// **The result does not tell that fixed-size values are missing**: they are read as zeros, with an error line
     /// each from the parcel. Nothing checks that the parcel contains a container: the count is trusted, and
-    /// entries without a key are skipped. If memory runs out, the entries that were read before stay.
+    /// entries without a key are skipped. If memory runs out for anything but a string, std::bad_alloc is
+    /// thrown: the entries that were read before stay, and the rest of the parcel must not be read.
     bool ReadFromMediaParam(const MediaParam* param);
 
 private:

@@ -55,7 +55,8 @@ public:
     /// Creates a copy of `other` that reads from the start, as from Copy(). If `other` has a capacity of 0, logs
     /// an error, and the new parcel has a capacity of 0, too: all its fixed-size writes and reads fail.
     MediaParam(const MediaParam& other);
-    /// As the other copy constructor. From null, logs an error, and the new parcel has a capacity of 0.
+    /// As the other copy constructor. From null, logs an error, and the new parcel has a capacity of 0. **Where a
+    /// parcel is expected, a pointer is converted to such a copy without a sign of it.**
     MediaParam(const MediaParam* other);
     /// As Copy().
     MediaParam& operator=(const MediaParam& other);

@@ -25,9 +25,10 @@ namespace osal {
 ///   call HandleMsg() after RemoveMsg() has returned.
 /// - No thread is in Wait() of the handler.
 ///
-/// If the handler is not queued again, the first two are true after Stop(), and after RemoveMsg() when a message
-/// that was queued later has run in the same queue. For a handler with one message and one waiter, the return of
-/// Wait() is enough, if HandleMsg() calls NotifyFinished() as its last action.
+/// If the handler was queued in one queue only and is not queued again, the first two are true after a Stop() of
+/// that queue on another thread than the worker, and when a message that was queued after the return of
+/// RemoveMsg() has run in that queue. For a handler with one message and one waiter, the return of Wait() is
+/// enough, if HandleMsg() calls NotifyFinished() as its last action.
 ///
 /// A handler may delete itself: HandleMsg() as its last action, and NotifyFinished() when a queue drops the last
 /// message, if the rest of the list above is true. The queue does not use the handler after these calls.
@@ -92,9 +93,12 @@ private:
 ///   even while the QueueMsg() that queued it is still returning. The destructor logs this warning twice and drops
 ///   the pending messages. The worker ends when the handler returns.
 /// - Memory: what a thread wrote before QueueMsg() is visible in HandleMsg().
-/// - Allocations: a queue keeps the memory of up to 32 messages that it does not need any more, at most 4 KiB. If
-///   never more than 32 messages are pending, QueueMsg(), RemoveMsg() and the worker neither allocate nor free
-///   memory once as many messages with as many due times have been pending since Start().
+/// - Allocations: until it is destroyed, a queue keeps the memory of up to 32 messages and 32 due times that it
+/// does not need
+///   any more, at most 4 KiB. If never more than 32 messages are pending, RemoveMsg() and the worker neither
+///   allocate nor free memory, and QueueMsg() allocates at most 32 times for messages and 32 times for due times
+///   after Start(): never again once as many messages have been pending at the same time, each with a due time of
+///   its own that had not passed.
 /// - Log: the log function may be called with the lock of the queue held. A log function that a program defines
 ///   itself must not call the same queue.
 /// - Units: delays are nanoseconds on the monotonic clock. Keep delays below 2^63 ns (292 years): a message whose
@@ -126,9 +130,10 @@ public:
     /// being stopped, Start() logs the info line and returns -17 (EEXIST).
     int32_t Start(const std::string& name, Thread::Priority priority);
 
-    /// Refuses new messages, waits for the HandleMsg() that is running, then drops all pending messages in
-    /// due-time order and calls NotifyFinished() for each. If another thread is stopping the queue, drops the
-    /// pending messages first, and then waits until the queue is stopped. Does nothing on a stopped queue.
+    /// Refuses new messages, waits for the HandleMsg() that is running or about to run, then drops all pending
+    /// messages in due-time order and calls NotifyFinished() for each. If another thread is stopping the queue,
+    /// drops the pending messages first, and then waits until the queue is stopped. Does nothing on a stopped
+    /// queue. Refused on the worker.
     void Stop();
 
     /// Returns the kernel thread id of the worker, which is not a handle for SetThreadPriority(). -1 without a
@@ -166,12 +171,11 @@ private:
     std::condition_variable mCond;  // signalled when a message became the earliest, or mStopped or mThread changed
     // Pending messages by due time in nanoseconds. If its due time has passed, a list may also hold messages with
     // later due times that have passed too. A list is empty from when the worker takes its last message until the
-    // next step or removal: the first list only, unless a due time overflows.
+    // next step or an operation uses or removes it: the first list only, unless a due time overflows.
     std::map<uint64_t, std::list<MsgItem>> mMsgs;
     uint32_t mStops;  // number of completed stops; a waiting Stop() returns when it changes
     uint64_t mNowNs;  // the worker's last reading of the clock; due times up to it have passed
-    // Nodes of removed messages and of their empty lists, at most 32 each, for reuse: a queue in steady use does
-    // not allocate. The keys have no meaning.
+    // Nodes of removed messages and of their empty lists, at most 32 each, for reuse. The keys have no meaning.
     std::list<MsgItem> mSpareItems;
     std::multimap<uint64_t, std::list<MsgItem>> mSpareLists;
 };

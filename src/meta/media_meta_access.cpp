@@ -43,7 +43,8 @@ template <typename T>
 constexpr Member<T> MEMBER_OF = std::get<Member<T>>(MEMBERS);
 
 // The rule of all setters. Runs `store` on the item of the entry if the item is of `type`, or on a new all-zero
-// item, which is inserted if `store` returns true. Returns true if the item is in the container and `store` did.
+// item, which is inserted if `store` returns true. Returns true if the item is in the container and `store`
+// returned true.
 template <typename Store>
 bool SetItem(MediaMeta::ItemMap& items, const char* key, MetaType type, Store store)
 {

@@ -23,7 +23,7 @@ void LogLeftOut(const char* operation, MetaType type)
     LOGE("%s: Should not be here mType: %d", operation, type);
 }
 
-// The string, or `substitute` for an entry that came from a parcel without its string.
+// The string, or `substitute` for an entry whose string could not be read from a parcel.
 const char* StringOr(const char* substitute, const Item::Value& value)
 {
     return value.stringValue != nullptr ? value.stringValue : substitute;

@@ -19,8 +19,8 @@ constexpr const char* TAG = "MsgQueue";
 // could overflow.
 constexpr uint64_t MAX_WAIT_NS = 1ULL << 62;
 
-// How many lists a step may gather. Unless due times overflow, it removes one more from the map, which is empty.
-// Callers that queue messages wait during that time.
+// How many lists a step may gather. It also removes the empty list that the step before left in the map, and more
+// than one only if due times overflow. Callers that queue messages wait during that time.
 constexpr int MAX_GATHERED = 16;
 
 // How many nodes of each kind a queue keeps for reuse.
