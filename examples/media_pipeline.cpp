@@ -82,9 +82,10 @@ Options ParseOptions(int argc, char** argv)
 class SlotRegion : public osal::MediaMeta::MetaBase, public osal::MediaRefBase {
 public:
     explicit SlotRegion(size_t slotBytes)
-        : mSizeBytes(SLOTS * slotBytes), mFd(osal::MemfdCreateRegion("slots", mSizeBytes))
+        : mSizeBytes(SLOTS * slotBytes),
+          mFd(osal::MemfdCreateRegion("slots", mSizeBytes)),
+          mSlots(mmap(nullptr, mSizeBytes, PROT_READ | PROT_WRITE, MAP_SHARED, mFd, 0))
     {
-        mSlots = mmap(nullptr, mSizeBytes, PROT_READ | PROT_WRITE, MAP_SHARED, mFd, 0);
         // The sink, which is a fork, does not inherit the mapping. The size is sealed too, or the region could
         // shrink under a mapping.
         if (mSlots == MAP_FAILED || madvise(mSlots, mSizeBytes, MADV_DONTFORK) != 0 ||
