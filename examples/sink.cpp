@@ -25,6 +25,7 @@ constexpr int BROKE_OFF = 2;  // exit status of the sink process
 std::string outPath;
 std::string partPath;  // the output until Commit(), or empty
 volatile pid_t sinkProcess = -1;
+volatile int endingSignal = 0;
 
 struct Slot {
     uint32_t number;
@@ -36,10 +37,11 @@ struct Slot {
 void EndBy(int number)
 {
     unlink(partPath.c_str());
+    signal(number, SIG_DFL);
+    endingSignal = number;
     if (sinkProcess > 0) {
         kill(sinkProcess, SIGKILL);  // which ends a stopped process too
     }
-    signal(number, SIG_DFL);
     raise(number);  // so that a shell sees what ended the process
 }
 
@@ -118,6 +120,9 @@ Sink::Sink(const std::string& path, const Input& input, int region, size_t slotB
         } catch (const std::exception& error) {
             fprintf(stderr, "media_pipeline: sink: %s\n", error.what());
         }
+        if (status != 0) {
+            unlink(partPath.c_str());  // nobody else does if the parent was killed
+        }
         _exit(status);
     }
     sinkProcess = mProcess;
@@ -165,7 +170,7 @@ bool Sink::WaitForEnd(int timeoutMs)
     }
     unlink(partPath.c_str());
     if (WIFSIGNALED(status)) {
-        raise(WTERMSIG(status));
+        raise(endingSignal != 0 ? endingSignal : WTERMSIG(status));  // EndBy() may be on another thread
     }
     _exit(1);
 }
