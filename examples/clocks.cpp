@@ -52,5 +52,4 @@ int main()
 {
     MeasureSleep();
     std::thread(DescribeThread).join();
-    return 0;
 }

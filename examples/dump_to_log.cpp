@@ -28,5 +28,4 @@ int main()
     }
     meta->Dump();  // reports "channels" as unknown: its type is unsigned
     //! [dump]
-    return 0;
 }

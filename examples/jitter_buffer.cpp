@@ -21,8 +21,9 @@ public:
         const int64_t delayUs = ptsUs - osal::GetTimeUsBoot();
         if (delayUs < 0) {
             ++mLate;
-        } else if (mPackets.emplace(ptsUs, packet).second) {  // false: a duplicate
-            mQueue.QueueMsg(this, static_cast<uint64_t>(delayUs) * 1'000);
+        } else if (mPackets.emplace(ptsUs, packet).second &&  // false: a duplicate
+                   mQueue.QueueMsg(this, static_cast<uint64_t>(delayUs) * 1'000) != 0) {
+            mPackets.erase(ptsUs);  // a packet without a message would be played in place of the fence
         }
     }
 
@@ -31,8 +32,9 @@ public:
     std::shared_ptr<osal::MediaMeta> End(int64_t lastPtsUs)
     {
         const int64_t delayUs = std::max<int64_t>(0, lastPtsUs - osal::GetTimeUsBoot());
-        mQueue.QueueMsg(this, static_cast<uint64_t>(delayUs) * 1'000);
-        Wait();
+        if (mQueue.QueueMsg(this, static_cast<uint64_t>(delayUs) * 1'000) == 0) {
+            Wait();
+        }
         mQueue.Stop();
         auto counters = osal::MediaMeta::Create();
         counters->SetInt64("played", mPlayed);  // Dump() does not show unsigned values
@@ -41,6 +43,7 @@ public:
     }
 
 private:
+    //! [handle]
     // A message says that a packet is due, not which one: `arg` is always 0. Each message plays the earliest
     // packet. One handler for each packet would not keep the order: each delay counts from another reading of the
     // clock.
@@ -56,6 +59,7 @@ private:
         lock.unlock();
         std::printf("plays %s\n", packet.mapped());
     }
+    //! [handle]
 
     std::mutex mMutex;  // guards the packets
     std::map<int64_t, const char*> mPackets;
@@ -77,5 +81,4 @@ int main()
     buffer.Add(firstUs + 20'000, "packet 1");
     buffer.Add(firstUs - 2'000'000, "a late packet");
     buffer.End(firstUs + 40'000)->Dump();
-    return 0;
 }

@@ -120,8 +120,6 @@ std::shared_ptr<osal::MediaMeta> Describe(const Input& input)
     meta->SetInt32("sample-rate", input.Info().samplerate);
     meta->SetInt32("slot-frames", SlotFrames(input));
     meta->SetInt64("frames", input.Frames());
-    const char* const title = sf_get_string(input.File(), SF_STR_TITLE);
-    meta->SetString("title", title != nullptr ? title : "");
     return meta;
 }
 
@@ -278,5 +276,4 @@ int main(int argc, char** argv)
         fprintf(stderr, "media_pipeline: %s\n", failure.what());
         return 1;
     }
-    return 0;
 }

@@ -64,5 +64,4 @@ int main()
     const auto colorSpace = std::dynamic_pointer_cast<ColorSpace>(object);
     //! [get-object]
     std::printf("color primaries: %d\n", colorSpace ? colorSpace->primaries : -1);
-    return 0;
 }

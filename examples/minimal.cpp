@@ -22,9 +22,9 @@ private:
 
 int main()
 {
+    //! [hand-over]
     const auto meta = osal::MediaMeta::Create();
     meta->SetString("title", "One buffer after another");
-    meta->SetInt32("sample-rate", 16000);
 
     Announcer announcer(*meta);
     osal::MsgQueue queue;
@@ -32,6 +32,6 @@ int main()
         queue.QueueMsg(&announcer, 20'000'000) != 0) {  // in nanoseconds: 20 ms
         return 1;
     }
+    //! [hand-over]
     announcer.Wait();
-    return 0;
 }

@@ -59,5 +59,4 @@ int main()
     //! [width]
     std::printf("eight bytes: %s, four bytes: %s\n", isWideRead ? "read" : "refused",
                 isNarrowRead ? "read" : "refused");
-    return 0;
 }

@@ -6,13 +6,12 @@
 #include <osal/msg_queue.h>
 #include <osal/utils.h>
 
+namespace {
+
 //! [ticker]
 class Ticker : public osal::MsgHandlerBase {
 public:
-    bool Start()
-    {
-        return mQueue.Start("ticker", osal::Thread::PRIORITY_DEFAULT) == 0 && mQueue.QueueMsg(this, 0) == 0;
-    }
+    explicit Ticker(osal::MsgQueue& queue) : mQueue(queue) {}
 
 private:
     void HandleMsg(int32_t& /*arg*/) override
@@ -27,18 +26,33 @@ private:
         }
     }
 
+    osal::MsgQueue& mQueue;
     int64_t mDueUs = 0;
     int mTicks = 0;
-    osal::MsgQueue mQueue;  // last, so that it is destroyed first: its worker uses the fields above
 };
 //! [ticker]
 
+//! [owner]
+class Metronome {
+public:
+    bool Play()
+    {
+        if (mQueue.Start("metronome", osal::Thread::PRIORITY_DEFAULT) != 0 || mQueue.QueueMsg(&mTicker, 0) != 0) {
+            return false;
+        }
+        mTicker.Wait();
+        return true;
+    }
+
+private:
+    Ticker mTicker{mQueue};  // stores the reference only: the queue is not constructed yet
+    osal::MsgQueue mQueue;  // last, so that it is destroyed first: its worker uses the ticker
+};
+//! [owner]
+
+}  // namespace
+
 int main()
 {
-    Ticker ticker;
-    if (!ticker.Start()) {
-        return 1;
-    }
-    ticker.Wait();
-    return 0;  // the worker may still be in the last HandleMsg(): ~MsgQueue() waits for it
+    return Metronome().Play() ? 0 : 1;  // the last HandleMsg() may still be running: ~MsgQueue() waits for it
 }

@@ -37,5 +37,4 @@ int main()
     //! [read]
     std::printf("%d bytes, the last is 0x%x\n", sizeBytes,
                 static_cast<const unsigned char*>(pixels)[sizeBytes - 1]);
-    return 0;
 }

@@ -63,5 +63,4 @@ int main()
     }
     //! [keep]
     std::printf("kept: %s\n", kept.c_str());
-    return 0;
 }

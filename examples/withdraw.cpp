@@ -59,5 +59,4 @@ int main()
         Withdraw(queue, slow);
     }
     std::printf("when Withdraw() returned, the handler had %s\n", hasEnded ? "ended" : "begun");
-    return 0;
 }

@@ -66,5 +66,4 @@ int main()
     }
     decoder.Decode(/*packets=*/1);
     //! [restart]
-    return 0;
 }

@@ -18,9 +18,12 @@ COUNTERS = {"ns": "ns", "queue_ns": "ns, of that queuing", "run_ns": "ns, of tha
 STYLE = """text{font:12px system-ui,sans-serif;fill:#1f2933}.b{font-weight:bold}.f{fill:#5b6875}.o{fill:#0a62c4}
 .e{text-anchor:end}.m{text-anchor:middle}path{fill:none;stroke:#dfe4e9}.s{fill:#93a1b0}.q{fill:#d9792b}.h{opacity:.45}
 .l0{stroke:#0a62c4;stroke-width:2.5}.l1{stroke:#c2560c;stroke-width:1.5}.l2{stroke:#1d8348;stroke-width:1.5;
-stroke-dasharray:6 3}.l3{stroke:#8e44ad;stroke-width:1.5;stroke-dasharray:2 2}rect.p{fill:#fff}
+stroke-dasharray:6 3}.l3{stroke:#8e44ad;stroke-width:1.5;stroke-dasharray:2 2}.l4{stroke:#5b6875;stroke-width:1.5}
+.l5{stroke:#b8860b;stroke-width:1.5;stroke-dasharray:6 3}.l6{stroke:#c2185b;stroke-width:1.5;stroke-dasharray:2 2}
+.l7{stroke:#0e7c86;stroke-width:1.5;stroke-dasharray:9 3 2 3}rect.p{fill:#fff}
 @media(prefers-color-scheme:dark){rect.p{fill:#14191f}text{fill:#e4e8ec}.f{fill:#a3b0bc}.o{fill:#6cb2ff}
-path{stroke:#39434d}.s{fill:#6d7c8b}.l0{stroke:#6cb2ff}.l1{stroke:#ff9a57}.l2{stroke:#5fd38d}.l3{stroke:#cf9bea}}"""
+path{stroke:#39434d}.s{fill:#6d7c8b}.l0{stroke:#6cb2ff}.l1{stroke:#ff9a57}.l2{stroke:#5fd38d}.l3{stroke:#cf9bea}
+.l4{stroke:#a3b0bc}.l5{stroke:#e8c15a}.l6{stroke:#ff8ab5}.l7{stroke:#5ccfd8}}"""
 WIDTH = 480
 
 
@@ -135,7 +138,7 @@ def save(path, title, height, parts):
 
 
 def draw_rows(path, data):
-    left, middle, step = 196, 284, 36  # a step is a factor of four
+    left, middle, step = 212, 298, 36  # a step is a factor of four
     y, parts = 36, [text(8, 20, "Time taken, where osal takes 1: less is better", "b"),
                     text(8, 36, "Logarithmic. Grey: slower than osal. Orange: faster. Pale: plain code, a bound.", "f")]
     for row, title, *_ in lines_of("row"):
@@ -159,11 +162,13 @@ def draw_rows(path, data):
             parts += [text(left - 6, y + 4, subject, "e"), text(max(end, middle) + 5, y + 4, f"{number(ratio)} ×", "f"),
                       f'<rect class="{shade}" x="{min(middle, end):.0f}" y="{y - 6}" '
                       f'width="{max(abs(end - middle), 1):.0f}" height="11"/>']
-    save(path, "How long operations take, beside what users know", y + 16, parts)
+    save(path, "Time per operation, compared with other libraries", y + 16, parts)
 
 
 def draw_growth(path, data):
     left, right, parts, top = 62, 300, [], 6
+    # One style for a subject in all panels.
+    styles = list(dict.fromkeys(one for row in lines_of("growth") for one in row[3].split("; ")))
     for row, counter, title, subjects, *_ in lines_of("growth"):
         curves = {}
         for name in data["rows"]:
@@ -185,7 +190,8 @@ def draw_growth(path, data):
         parts += [text(x, top + 174, f"{size // 1000:,} k" if size >= 1000 else str(size), "f m")
                   for size, x in across.items()]
         ends, label_y = [], 0
-        for i, subject in enumerate(one for one in subjects.split("; ") if one in curves):
+        for subject in curves:
+            i = styles.index(subject)
             points = [(across[size], down(math.log10(value))) for size, value in sorted(curves[subject].items())]
             parts.append(f'<path class="l{i}" d="M{" L".join(f"{x:.0f} {y:.0f}" for x, y in points)}"/>')
             ends.append((points[-1][1], i, subject, number(curves[subject][max(curves[subject])])))

@@ -12,11 +12,5 @@ scripts/snippets.py || fail "the documents and the examples differ"
 rm -rf build/docs
 mkdir -p build
 doxygen docs/Doxyfile || fail "doxygen reported warnings or errors"
-# Doxygen does not report links in Markdown files that lead nowhere.
-broken=$(cd build/docs && grep -oE '(href|src|data)="[^"#?]+' -- *.html | sort -u | while IFS= read -r link; do
-    target=${link#*\"}
-    case $target in *://* | mailto:* | javascript:*) continue ;; esac
-    [ -e "$target" ] || echo "${link%%:*}: $target"
-done)
-[ -z "$broken" ] || { echo "$broken" >&2; fail "these links lead nowhere"; }
+scripts/doc_links.py || fail "cannot link the documentation"
 echo "documentation passed: $PWD/build/docs/index.html"
