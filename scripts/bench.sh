@@ -15,10 +15,10 @@ if [ "$*" = --draw ]; then
     exec python3 scripts/bench_report.py docs
 fi
 need c++=g++ cmake=cmake ninja=ninja-build libbenchmark-dev
-# All of them are optional. The package of GStreamer accepts the libunwind of LLVM, which libc++ installs, in place of
-# the usual one: no other package is removed.
-(need pkg-config=pkg-config libglib2.0-dev libgstreamer1.0-dev libasio-dev libevent-dev qtbase5-dev \
-    libabsl-dev) || echo "going on with the peers that are there"
+# The peers are optional, and --quick takes those that are there. The package of GStreamer accepts the libunwind of LLVM,
+# which libc++ installs, in place of the usual one: no other package is removed.
+[ "$*" = --quick ] || (need pkg-config=pkg-config libglib2.0-dev libgstreamer1.0-dev libasio-dev libevent-dev \
+    qtbase5-dev libabsl-dev) || echo "going on with the peers that are there"
 build bench
 
 runs=5 out=docs

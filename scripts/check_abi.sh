@@ -12,12 +12,13 @@ mode=
 case ${1-} in --renew | --operations) mode=$1; shift ;; esac
 presets=("${@:-release}")
 [[ " ${presets[*]}" != *" -"* ]] || usage "[--renew | --operations] [PRESET...]"
-need c++=g++ g++=g++ clang++=clang cmake=cmake ninja=ninja-build abidiff=abigail-tools python3=python3
+need c++=g++ g++=g++ clang++=clang cmake=cmake ninja=ninja-build abidiff=abigail-tools python3=python3 libgtest-dev libgmock-dev
 mkdir -p build/abi
+different=()  # all differences are shown: one explains another
 scripts/public_operations.py | LC_ALL=C sort >build/abi/operations || fail "cannot read the public headers"
 
 for preset in "${presets[@]}"; do
-    build "$preset" -DOSAL_BUILD_TESTS=OFF
+    build "$preset" osal
     symbols=build/abi/$preset.symbols
     nm -D --defined-only "build/$preset/libosal.so" | awk '{ print $3 }' | LC_ALL=C sort >"$symbols"
     missing=$(LC_ALL=C comm -23 build/abi/operations "$symbols" | c++filt)
@@ -28,7 +29,7 @@ for preset in "${presets[@]}"; do
     if [ "$mode" = --renew ]; then
         cp "$symbols" abi/osal.symbols
     fi
-    diff -u abi/osal.symbols "$symbols" || fail "the preset $preset exports other symbols"
+    diff -u abi/osal.symbols "$symbols" || different+=("the symbols of the preset $preset")
 done
 [ "$mode" != --operations ] || { echo "operations passed"; exit; }
 
@@ -55,6 +56,7 @@ else
     if [ "$mode" = --renew ]; then
         cp build/abi/types.xml abi/types.xml
     fi
-    abidiff --harmless --redundant abi/types.xml build/abi/types.xml || fail "the public types have changed"
+    abidiff --harmless --redundant abi/types.xml build/abi/types.xml || different+=("the public types")
 fi
+[ ${#different[@]} -eq 0 ] || fail "these differ from abi/: $(printf '%s; ' "${different[@]}")"
 echo "abi passed"

@@ -8,7 +8,7 @@ cd "$(dirname "$0")/.."
 
 [ $# -eq 0 ] || usage
 need g++ cmake=cmake ninja=ninja-build libgtest-dev libgmock-dev gcovr=gcovr
-build coverage -DOSAL_BUILD_TESTS=ON
+build coverage
 find build/coverage -name '*.gcda' -delete
 find build/coverage -path '*CompilerId*' -name '*.gcno' -delete  # CMake's compiler check
 ctest --preset coverage --no-tests=error >build/coverage/tests.log 2>&1 || { cat build/coverage/tests.log; fail "tests failed"; }

@@ -11,7 +11,10 @@ input=${input:-$PWD/examples/data/sample.wav}
 [ -r "$input" ] || fail "cannot read $input"
 [ ! -d "$input" ] || fail "cannot read $input: it is a directory"
 need c++=g++ cmake=cmake ninja=ninja-build pkg-config=pkg-config libsndfile1-dev
-build release -DOSAL_BUILD_TESTS=OFF -DOSAL_BUILD_EXAMPLES=ON
+# In a folder of its own, which needs no GoogleTest.
+configure release -B build/demo -DOSAL_BUILD_TESTS=OFF
+echo "building the demo"
+log=$(cmake --build build/demo --target media_pipeline 2>&1) || { echo "$log" >&2; fail "cannot build the demo"; }
 echo "playing $input; the output is $PWD/build/demo.wav"
 # exec, so that a signal to the script reaches the program.
-exec build/release/examples/media_pipeline "$input" --out build/demo.wav
+exec build/demo/examples/media_pipeline "$input" --out build/demo.wav

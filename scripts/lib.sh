@@ -31,27 +31,29 @@ need()
     done
     [ ${#missing[@]} -eq 0 ] && return
     command -v apt-get >/dev/null || fail "install the equivalents of these Debian packages: ${missing[*]}"
-    local as_root=()
-    if [ "$(id -u)" -ne 0 ]; then
-        sudo -n true 2>/dev/null ||
-            fail "no right to install missing packages; run as root: apt-get install ${missing[*]}"
-        as_root=(sudo)
-    fi
+    [ "$(id -u)" -eq 0 ] || fail "packages are missing; run as root: apt-get install ${missing[*]}"
     echo "installing ${missing[*]}"
-    log=$({ "${as_root[@]}" apt-get update -q && "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
-        apt-get install -q -y --no-install-recommends "${missing[@]}"; } 2>&1) ||
+    log=$({ apt-get update -q && DEBIAN_FRONTEND=noninteractive apt-get install -q -y --no-install-recommends \
+        "${missing[@]}"; } 2>&1) ||
         { echo "$log" >&2; fail "apt-get could not install ${missing[*]}"; }
 }
 
-# build PRESET [CMAKE OPTION...]: configures and builds; prints one line unless something fails.
+# configure PRESET [CMAKE OPTION...]: prints nothing unless it fails. An option that a preset sets keeps the value of the
+# preset in the preset's folder: other scripts use the folder, too.
+configure()
+{
+    local log
+    grep -qF "\"$1\"" <<<"$(cmake --list-presets)" || fail "there is no preset $1; see cmake --list-presets"
+    log=$(cmake --preset "$@" 2>&1) || { echo "$log" >&2; fail "cannot configure the preset $1"; }
+}
+
+# build PRESET [TARGET...]: configures and builds all targets or these; prints one line unless something fails.
 build()
 {
-    local preset=$1 log
-    shift
-    grep -qF "\"$preset\"" <<<"$(cmake --list-presets)" || fail "there is no preset $preset; see cmake --list-presets"
-    echo "building the preset $preset"
-    log=$(cmake --preset "$preset" "$@" 2>&1) || { echo "$log" >&2; fail "cannot configure the preset $preset"; }
-    log=$(cmake --build --preset "$preset" 2>&1) || { echo "$log" >&2; fail "cannot build the preset $preset"; }
+    local log
+    configure "$1"
+    echo "building the preset $1"
+    log=$(cmake --build --preset "$1" ${2:+--target "${@:2}"} 2>&1) || { echo "$log" >&2; fail "cannot build the preset $1"; }
 }
 
 # gdb_obstacle: prints why GDB cannot show the objects of a program on this machine; prints nothing if it can.

@@ -13,7 +13,7 @@ for argument in "$@"; do
     [[ $argument != -* ]] || grep -qwFe "${argument%%[=0-9]*}" <<<"$options" || fail "ctest has no option $argument"
 done
 
-build release -DOSAL_BUILD_TESTS=ON -DOSAL_BUILD_EXAMPLES=ON
+build release
 ! ctest --preset release -N "$@" | grep -qx 'Total Tests: 0' || fail "no test matches $*"
 if ctest --preset release --no-tests=error "$@"; then
     echo "tests passed"
