@@ -12,7 +12,8 @@ mode=
 case ${1-} in --renew | --operations) mode=$1; shift ;; esac
 presets=("${@:-release}")
 [[ " ${presets[*]}" != *" -"* ]] || usage "[--renew | --operations] [PRESET...]"
-need c++=g++ g++=g++ clang++=clang cmake=cmake ninja=ninja-build abidiff=abigail-tools python3=python3 libgtest-dev libgmock-dev
+need_tests
+need g++=g++ clang++=clang abidiff=abigail-tools python3=python3
 mkdir -p build/abi
 different=()  # all differences are shown: one explains another
 scripts/public_operations.py | LC_ALL=C sort >build/abi/operations || fail "cannot read the public headers"

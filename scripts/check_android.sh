@@ -25,6 +25,24 @@ mapfile -t objects < <(ninja -C "$folder" -t inputs libosal.so | grep '[.]o$')
 [ ${#objects[@]} -gt 0 ] || fail "found no object to compile"
 log=$(ANDROID_NDK=$PWD/tests/ndk ninja -C "$folder" "${objects[@]}" 2>&1) || { echo "$log" >&2; fail "cannot compile for Android"; }
 
+# Inside the platform, Android.bp leaves out the call stack, and the C library is a newer one, which needs no replacement for
+# the timed wait.
+compare()
+{
+    diff "$scratch/cmake" "$scratch/bp" || fail "Android.bp (>) and CMake (<) name other $1"
+}
+scratch=$(mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
+{
+    sed 's,^CMakeFiles/osal.dir/,,; s,[.]o$,,' < <(printf '%s\n' "${objects[@]}")
+    ninja -C "$folder" -t commands "${objects[@]}" | grep -o -- "-I$PWD/[^ ]*" | sed "s,^-I$PWD/,,"
+} | sed '/call_stack/d; s,monotonic_wait/android,monotonic_wait/standard,' | sort -u >"$scratch/cmake"
+sed -n '/name: "libosal"/,/^}/p' Android.bp | grep -oE '"(include|[a-z_]+/[a-z_/]+([.]cpp)?)"' | tr -d '"' | sort >"$scratch/bp"
+compare "sources or include folders of the library"
+sed -n '/add_executable(osal_tests/,/)/p' tests/CMakeLists.txt | grep -oE '[a-z_]+[.]cpp' | sort >"$scratch/cmake"
+grep -oE 'tests/[a-z_]+[.]cpp' Android.bp | sed 's,tests/,,' | sort >"$scratch/bp"
+compare "sources of the tests"
+
 # libc and libdl of Android export each of these symbols at API level 28, except __errno_location(): there, errno
 # calls __errno().
 bionic="__android_log_print __cxa_atexit __errno_location __stack_chk_fail clock_gettime close dladdr fcntl free fstat

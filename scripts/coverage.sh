@@ -7,7 +7,8 @@ cd "$(dirname "$0")/.."
 . scripts/lib.sh
 
 [ $# -eq 0 ] || usage
-need g++ cmake=cmake ninja=ninja-build libgtest-dev libgmock-dev gcovr=gcovr
+need_tests
+need gcovr=gcovr
 build coverage
 find build/coverage -name '*.gcda' -delete
 find build/coverage -path '*CompilerId*' -name '*.gcno' -delete  # CMake's compiler check

@@ -38,6 +38,12 @@ need()
         { echo "$log" >&2; fail "apt-get could not install ${missing[*]}"; }
 }
 
+# need_tests: installs what the build of the tests needs.
+need_tests()
+{
+    need c++=g++ cmake=cmake ninja=ninja-build pkg-config=pkg-config gdb=gdb libgtest-dev libgmock-dev libsndfile1-dev
+}
+
 # configure PRESET [CMAKE OPTION...]: prints nothing unless it fails. An option that a preset sets keeps the value of the
 # preset in the preset's folder: other scripts use the folder, too.
 configure()

@@ -4,7 +4,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/lib.sh
 
-need c++=g++ cmake=cmake ninja=ninja-build pkg-config=pkg-config gdb=gdb libgtest-dev libgmock-dev libsndfile1-dev
+need_tests
 
 # ctest ignores arguments that it does not know, and would run all tests.
 options=$(ctest --help)
