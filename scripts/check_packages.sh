@@ -75,14 +75,18 @@ done
 if ! command -v dpkg-deb >/dev/null; then
     echo "skipped the Debian packages: this system has no dpkg-deb"
 else
-    need dpkg-shlibdeps=dpkg-dev file=file
+    need dpkg-shlibdeps=dpkg-dev file=file lintian=lintian
     (cd build/package && quietly cpack -G DEB -B "$scratch/deb") || fail "cpack failed"
     runtime=$(echo "$scratch"/deb/libosal1_*.deb)
     symbols=$(echo "$scratch"/deb/libosal1-dbgsym_*.ddeb)
     development=$(echo "$scratch"/deb/libosal-dev_*.deb)
     version=$(dpkg-deb -f "$runtime" Version)
     files=$(dpkg-deb -c "$runtime" | awk '$1 !~ /^d/ { print $6 }' | sed 's,.*/,,' | tr '\n' ' ')
-    [ "$files" = "libosal.so.1 libosal.so.$version " ] || fail "libosal1 contains $files"
+    [ "$files" = "libosal.so.${version%-*} changelog.Debian.gz libosal.so.1 " ] || fail "libosal1 contains $files"
+    # Until the owner chooses a licence, there is no file for it. The packages are not for Debian's archive.
+    quietly lintian --allow-root --fail-on error,warning --suppress-tags no-copyright-file,initial-upload-closes-no-bugs \
+        "$runtime" "$symbols" "$development" || fail "lintian found faults in the packages"
+    ! dpkg-deb --fsys-tarfile "$symbols" | tar xO | grep -qF "$PWD" || fail "debug information contains $PWD"
     [[ "$(dpkg-deb -f "$runtime" Depends)" == *libc6* ]] || fail "libosal1 does not depend on libc6"
     [ "$(dpkg-deb -f "$development" Depends)" = "libosal1 (= $version)" ] || fail "libosal-dev accepts other versions of libosal1"
     quietly apt-get install --simulate "$runtime" "$symbols" "$development" || fail "the packages cannot be installed"
