@@ -6,6 +6,7 @@ information of the library. Values that cannot be read are shown as such, withou
 
 import itertools
 import re
+import time
 
 import gdb
 import gdb.printing
@@ -33,7 +34,7 @@ def count(container):
 
 
 def text(string):
-    return standard_printer(string).to_string().value().format_string()
+    return standard_printer(string).to_string().value().format_string(format="s")  # also for print/x
 
 
 def shared_target(pointer):
@@ -51,10 +52,23 @@ def object_at(pointer):
     return f"{symbol[1] if symbol else pointer.type.target().strip_typedefs()} at {int(pointer):#x}"
 
 
+def age(monotonic_ns):
+    """How long ago a program on this machine read its monotonic clock."""
+    if getattr(gdb.selected_inferior().connection, "type", "") != "native":
+        return "of unknown age"
+    return f"{(time.monotonic_ns() - monotonic_ns) / 1e6:.0f} ms ago"
+
+
 def hex_numbers(pointer, size):
     digits = 2 * pointer.type.target().sizeof
     shown = [f"{int(pointer[i]):0{digits}x}" for i in range(min(size, MAX_SHOWN))]
     return " ".join(shown + ["..."] * (size > MAX_SHOWN))
+
+
+def unreadable(error):
+    if "c++" not in gdb.execute("show language", to_string=True):
+        error = "GDB uses the rules of another language; set language c++"
+    return f"<cannot be read: {error}>"
 
 
 class View:
@@ -74,34 +88,34 @@ class View:
             return self.title()
         except Exception as error:  # pylint: disable=broad-except
             self.parts = tuple
-            return f"<cannot be read: {error}>"
+            return unreadable(error)
 
     def children(self):
         try:
             yield from self.parts()
         except Exception as error:  # pylint: disable=broad-except
-            yield "rest", f"<cannot be read: {error}>"
+            yield "rest", unreadable(error)
 
 
 class ItemView(View):
     # Types and fields come from the debug information: META_TYPE_BYTE_BUFFER is the type of byteBufferValue.
     def title(self):
-        name = str(self.value["mType"]).rpartition("::")[2]
-        if name == "META_TYPE_NONE":
-            return name
+        number = int(self.value["mType"])
+        names = {field.enumval: field.name.rpartition("::")[2] for field in self.value["mType"].type.fields()}
+        name = names.get(number, f"unknown type {number}")
         if name == "META_TYPE_OBJECT":
             return f"{name} {object_at(shared_target(self.value['mObject']))}"
-        if not name.startswith("META_TYPE_"):
-            return f"unknown type {name}"
+        if not name.startswith("META_TYPE_") or name == "META_TYPE_NONE":
+            return name
         first, *others = name[len("META_TYPE_"):].lower().split("_")
         value = self.value["mValue"][first + "".join(map(str.capitalize, others)) + "Value"]
         if name == "META_TYPE_BYTE_BUFFER":
             size = int(value["size"])
             return f"{name} {size} bytes: {hex_numbers(value['data'], size)}"
         if value.type.strip_typedefs().code == gdb.TYPE_CODE_INT:
-            return f"{name} {int(value)}"  # GDB shows 8-bit integers as characters
+            return f"{name} {value.format_string().partition(' ')[0]}"  # of 8 bits, the character follows
         if name == "META_TYPE_STRING" and value:
-            return f"{name} {value.format_string(address=False)}"
+            return f"{name} {value.format_string(address=False, format='s')}"
         return f"{name} {value.format_string(pretty_structs=False)}"
 
 
@@ -119,6 +133,16 @@ class MetaView(View):
         entries = elements(self.value["mItems"])
         for key in entries:
             yield text(key), SharedItemView(next(entries)).to_string()
+
+
+class IteratorView(View):
+    def title(self):
+        position = self.value["mIter"]["_M_node"]
+        entries = self.value["mMap"]
+        if not entries or position == entries["_M_t"]["_M_impl"]["_M_header"].address:
+            return "end"
+        entry = self.value["mIter"].type.strip_typedefs().template_argument(0)
+        return text((position + 1).cast(entry.pointer())["first"])  # the entry stands behind the node
 
 
 class ParamView(View):
@@ -172,19 +196,27 @@ class QueueView(View):
         worker = next(elements(queue["mThread"]))
         if worker:
             yield "worker", ThreadView(worker.dereference()).to_string()
-        yield "mNowNs", queue["mNowNs"]
+        read_ns = int(queue["mNowNs"])
+        if read_ns:
+            yield "clock", f"read at {read_ns / 1e9:.6f} s, {age(read_ns)}"
         entries = elements(queue["mMsgs"])
-        for due_ns in entries:
+        for due_ns in map(int, entries):
             # A list whose due time has passed may also hold messages that were due later.
-            after_ns = int(due_ns) - int(queue["mNowNs"])
+            due = f"due {(due_ns - read_ns) / 1e6:+.3f} ms" if read_ns else f"due at {due_ns / 1e9:.6f} s" if due_ns else "due at once"
             for message in elements(next(entries)):
-                yield f"due {after_ns / 1e6:+.3f} ms", object_at(message["mHandler"])
+                yield due, object_at(message["mHandler"])
+
+
+class HandlerView(View):
+    def title(self):
+        return f"osal::MsgHandlerBase, {'finished' if self.value['mFinished'] else 'not finished'}"
 
 
 def register():
     views = gdb.printing.RegexpCollectionPrettyPrinter("osal")
-    for name, view in (("MediaMeta", MetaView), ("MediaMeta::MetaItem", ItemView), ("MediaParam", ParamView),
-                       ("MsgQueue", QueueView), ("Thread", ThreadView)):
+    for name, view in (("MediaMeta", MetaView), ("MediaMeta::MetaItem", ItemView),
+                       ("MediaMeta::ConstIterator", IteratorView), ("MediaParam", ParamView),
+                       ("MsgHandlerBase", HandlerView), ("MsgQueue", QueueView), ("Thread", ThreadView)):
         views.add_printer(name, f"^osal::{name}$", view)
     views.add_printer("shared MetaItem", "^std::shared_ptr<osal::MediaMeta::MetaItem>$", SharedItemView)
     # With the program, whose pretty-printers GDB tries first: the standard library has one for each std::shared_ptr,

@@ -58,19 +58,19 @@ int main()
     meta->SetRect("rect", 1, -2, 3, -4);
     meta->SetObject("object", std::make_shared<Image>());
     meta->SetObject("object, null", nullptr);
-    const auto text = meta->Begin().Value();
+    const auto first = meta->Begin();
+    const auto end = meta->End();
+    const auto text = first.Value();
     const std::shared_ptr<osal::MediaMeta::MetaItem> nothing;
     const auto unknown = osal::MediaMeta::MetaItem::Create();
     unknown->mType = static_cast<osal::MetaType>(99);
     const auto noValue = osal::MediaMeta::MetaItem::Create();
-    const auto noText = osal::MediaMeta::MetaItem::Create();
-    noText->mType = osal::META_TYPE_STRING;
-    noText->mValue.stringValue = nullptr;
-    const osal::MediaMeta noEntries;
+
+    osal::MediaMeta inHex;
+    inHex.SetInt8("int8", -7);
+    inHex.SetFraction("fraction", 30000, 1001);
 
     osal::MediaParam param;
-    const osal::MediaParam noParts;
-    osal::MediaParam longParam;
     param.WriteInt32(1);
     param.WriteInt64(0x1122334455667788);
     param.WriteString("read");
@@ -79,9 +79,6 @@ int main()
     param.WritePointer(nullptr);
     param.ReadInt32();
     param.ReadString();
-    for (int32_t i = 0; i < 100; ++i) {
-        longParam.WriteInt32(i);
-    }
 
     const Decoder unused;
     Decoder ended;
