@@ -16,9 +16,14 @@
 #include "osal/msg_queue.h"
 
 #include <array>
+#include <csignal>
 #include <functional>
 #include <pthread.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
 #include <thread>
+#include <unistd.h>
+#include <vector>
 
 namespace bench {
 
@@ -185,12 +190,53 @@ void Post(benchmark::State& state)
     }
 }
 
-// Processor time of the whole process, since most of the real time is spent waiting. The argument is the number of
-// untimed rounds before: after the first one the heap is one that nodes have been returned to.
+// Moves the calling thread to real-time scheduling, or back.
+inline bool SetRealTime(bool isOn)
+{
+    sched_param param{};
+    param.sched_priority = isOn ? 10 : 0;
+    return pthread_setschedparam(pthread_self(), isOn ? SCHED_FIFO : SCHED_OTHER, &param) == 0;
+}
+
+// Gives the calling thread real-time scheduling for the life of the object, and keeps all processors busy with
+// ordinary threads, whose time is that of another process. Workers that are started meanwhile inherit the
+// scheduling: all queues get the same, and none has to ask.
+class Machine {
+public:
+    Machine(benchmark::State& state, bool isRealTime, bool isBusy)
+    {
+        for (unsigned i = 0; isBusy && i < std::thread::hardware_concurrency(); ++i) {
+            mBusy.push_back(fork());
+            while (mBusy.back() == 0) {
+                prctl(PR_SET_PDEATHSIG, SIGKILL);
+            }
+        }
+        if (isRealTime && !SetRealTime(true)) {
+            state.SkipWithError("left out: there is no right to real-time scheduling here");
+        }
+    }
+    ~Machine()
+    {
+        SetRealTime(false);
+        for (const pid_t process : mBusy) {
+            kill(process, SIGKILL);
+            waitpid(process, nullptr, 0);
+        }
+    }
+    Machine(const Machine&) = delete;
+    Machine& operator=(const Machine&) = delete;
+
+private:
+    std::vector<pid_t> mBusy;
+};
+
+// Processor time of the whole process, since most of the real time is spent waiting. The first argument is the
+// number of untimed rounds before: after the first one the heap is one that nodes have been returned to.
 template <typename Queue>
 void Timers(benchmark::State& state)
 {
     constexpr uint64_t MESSAGES = 100'000;
+    const Machine machine(state, state.range(1) != 0, state.range(2) != 0);
     ItemTimer timer(state);
     CountDown work;
     Queue queue;
@@ -215,6 +261,7 @@ template <typename Queue>
 void Hop(benchmark::State& state)
 {
     constexpr uint64_t HOPS = 200;
+    const Machine machine(state, state.range(0) != 0, state.range(1) != 0);
     ItemTimer timer(state);
     CountDown hops;
     Queue left, right;
@@ -236,24 +283,12 @@ void Hop(benchmark::State& state)
     }
 }
 
-// Moves the calling thread to real-time scheduling, or back. Threads that it starts meanwhile are like it.
-inline bool SetRealTime(bool isOn)
-{
-    sched_param param{};
-    param.sched_priority = isOn ? 10 : 0;
-    return pthread_setschedparam(pthread_self(), isOn ? SCHED_FIFO : SCHED_OTHER, &param) == 0;
-}
-
 // A bare call that delays its thread is measured on that thread.
 template <typename Queue>
 void Lateness(benchmark::State& state)
 {
     constexpr uint64_t DELAY_NS = 1'000'000;
-    // The worker inherits real-time scheduling: all queues get the same, and none has to ask.
-    if (state.range(0) != 0 && !SetRealTime(true)) {
-        state.SkipWithError("left out: there is no right to real-time scheduling here");
-        return;
-    }
+    const Machine machine(state, state.range(0) != 0, false);
     ItemTimer timer(state);
     CountDown message;
     Queue queue;
@@ -272,7 +307,6 @@ void Lateness(benchmark::State& state)
         timer.Share("p99_ns", latenessNs, 1);
         timer.Spend(message.mEndNs - beginNs);
     }
-    SetRealTime(false);
 }
 
 // The one message of a task among as many as the argument says, posted first in their middle, then after them;
@@ -316,11 +350,14 @@ void AddQueueRows(const char* subject)
             ->ArgNames({"pending", "due"})
             ->ArgsProduct({{100, 1'000, 10'000, 100'000, 1'000'000}, dues});
         Register("queue/post", subject, "a message", Post<Queue>)->ArgName("producers")->DenseRange(1, 2);
-        Register("queue/hop", subject, "a hop", Hop<Queue>);
+        Register("queue/hop", subject, "a hop", Hop<Queue>)
+            ->ArgNames({"real_time", "busy"})
+            ->ArgsProduct({{0, 1}, {0, 1}});
     }
     if constexpr (CAN_DELAY) {
         auto* const row = Register("queue/timers", subject, "processor time, a message", Timers<Queue>);
-        row->ArgName("rounds_before")->DenseRange(0, 1)->Iterations(1);
+        row->ArgNames({"rounds_before", "real_time", "busy"})->Iterations(1);
+        row->Args({0, 0, 0})->ArgsProduct({{1}, {0, 1}, {0, 1}});
     }
     if constexpr (CAN_DELAY || CAN<SleepOf, Queue>) {
         Register("queue/lateness", subject, "after 1 ms", Lateness<Queue>)->ArgName("real_time")->DenseRange(0, 1);
