@@ -141,8 +141,8 @@ class IteratorView(View):
         entries = self.value["mMap"]
         if not entries or position == entries["_M_t"]["_M_impl"]["_M_header"].address:
             return "end"
-        entry = self.value["mIter"].type.strip_typedefs().template_argument(0)
-        return text((position + 1).cast(entry.pointer())["first"])  # the entry stands behind the node
+        key = entries.type.target().strip_typedefs().template_argument(0)
+        return text((position + 1).cast(key.pointer()).dereference())  # the entry stands behind the node
 
 
 class ParamView(View):
