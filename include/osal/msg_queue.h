@@ -94,11 +94,10 @@ private:
 ///   the pending messages. The worker ends when the handler returns.
 /// - Memory: what a thread wrote before QueueMsg() is visible in HandleMsg().
 /// - Allocations: until it is destroyed, a queue keeps the memory of up to 32 messages and 32 due times that it
-/// does not need
-///   any more, at most 4 KiB. If never more than 32 messages are pending, RemoveMsg() and the worker neither
-///   allocate nor free memory, and QueueMsg() allocates at most 32 times for messages and 32 times for due times
-///   after Start(): never again once as many messages have been pending at the same time, each with a due time of
-///   its own that had not passed.
+///   does not need any more, at most 4 KiB. If never more than 32 messages are pending, RemoveMsg() and the worker
+///   neither allocate nor free memory, and QueueMsg() allocates at most 32 times for messages and 32 times for due
+///   times after Start(): never again once as many messages have been pending at the same time, each with a due
+///   time of its own that had not passed.
 /// - Log: the log function may be called with the lock of the queue held. A log function that a program defines
 ///   itself must not call the same queue.
 /// - Units: delays are nanoseconds on the monotonic clock. Keep delays below 2^63 ns (292 years): a message whose
