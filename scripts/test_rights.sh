@@ -9,17 +9,18 @@ cd "$(dirname "$0")/.."
 [ -x build/release/tests/osal_tests ] || fail "run scripts/test.sh first"
 copy=$(mktemp -d)
 trap 'rm -rf "$copy"' EXIT
-cp -r build/release/. examples/data "$copy/"
+cp -r build/release/. examples/data tests/pipeline.sh "$copy/"
 chmod -R a+rX "$copy"
 for limit in 0 50; do
     if ! prlimit --rtprio=$limit true 2>/dev/null; then
         echo "skipped RLIMIT_RTPRIO $limit: this machine does not allow setting the limit"
         continue
     fi
-    for tests in "$copy"/tests/*_tests; do
-        (cd / && TMPDIR=/tmp MEDIA_PIPELINE=$copy/examples/media_pipeline prlimit --rtprio=$limit \
+    for command in "$copy/pipeline.sh $copy/examples/media_pipeline" "$copy"/tests/*_tests; do
+        # shellcheck disable=SC2086
+        (cd / && TMPDIR=/tmp GTEST_BRIEF=1 prlimit --rtprio=$limit \
             setpriv --reuid=65534 --regid=65534 --clear-groups --inh-caps=-all --bounding-set=-all \
-            "$tests" --gtest_brief=1) || fail "${tests##*/} failed with RLIMIT_RTPRIO $limit"
+            $command) || fail "${command##*/} failed with RLIMIT_RTPRIO $limit"
     done
 done
 echo "rights passed"

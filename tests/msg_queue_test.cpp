@@ -24,29 +24,36 @@ constexpr const char* REFUSED = "E MsgQueue: QueueMsg: QueueMsg thread not start
 
 using Notes = std::vector<std::string>;
 
+// Tells `onEnd` whether it runs, or is dropped.
+struct Recorder : MsgHandlerBase {
+    void HandleMsg(int32_t& arg) override
+    {
+        EXPECT_EQ(0, arg);
+        arg = 1;
+        onEnd(true);
+        MsgHandlerBase::NotifyFinished();
+    }
+    void NotifyFinished() override
+    {
+        onEnd(false);
+        MsgHandlerBase::NotifyFinished();
+    }
+    std::function<void(bool isRun)> onEnd;
+};
+
 // In a simulation: a message runs at exactly its due time.
 struct MsgQueueTest : testing::Test {
     // Notes what happens to it, in one list for all handlers of the test.
-    struct Handler : MsgHandlerBase {
-        Handler(MsgQueueTest& owner, std::string ownName) : test(owner), name(std::move(ownName)) {}
-        void HandleMsg(int32_t& arg) override
+    struct Handler : Recorder {
+        Handler(MsgQueueTest& test, const std::string& name)
         {
-            EXPECT_EQ(0, arg);
-            arg = 1;
-            test.Note(name);
-            if (body) {
-                body();
-            }
-            MsgHandlerBase::NotifyFinished();
+            onEnd = [this, &test, name](bool isRun) {
+                test.Note(name + (isRun ? "" : " dropped"));
+                if (isRun && body) {
+                    body();
+                }
+            };
         }
-        void NotifyFinished() override
-        {
-            test.Note(name + " dropped");
-            MsgHandlerBase::NotifyFinished();
-        }
-
-        MsgQueueTest& test;
-        std::string name;
         std::function<void()> body;
     };
 
@@ -120,7 +127,7 @@ TEST_F(MsgQueueTest, RefusesMessagesUnlessStartedAndStartsAgainAfterStop)
         Simulation::LetOthersRun();
         EXPECT_EQ((Notes{"handler", name, "last"}), TakeNotes());
         const auto scheduling = Simulation::LastScheduling();
-        EXPECT_TRUE(scheduling.policy == SCHED_FIFO && scheduling.priority == 100);  // passed on as it is
+        EXPECT_EQ(100, scheduling.priority);  // passed on as it is
         mQueue.Stop();
         expected.insert(expected.end(),
                         {REFUSED, "I MsgQueue: Start: MsgProcessor " + name + " is not stop, ignored!",
@@ -242,159 +249,136 @@ TEST_F(MsgQueueTest, ASecondStopFreesAMessageThatWaitsForAPendingOne)
     first.join();
 }
 
-// The thread object is destroyed on its own worker, too.
-TEST_F(MsgQueueTest, CanBeDestroyedByItsOwnWorker)
-{
-    auto queue = std::make_unique<MsgQueue>();
-    Named("destroyer")->body = [&] {
-        EXPECT_EQ(0, queue->QueueMsg(Named("pending"), 0));
-        queue.reset();
-    };
-    ASSERT_EQ(0, queue->Start("doomed", Thread::PRIORITY_MIN));
-    EXPECT_EQ(0, queue->QueueMsg(Named("destroyer"), 0));
-    Named("destroyer")->Wait();
-    EXPECT_EQ((Notes{"destroyer", "pending dropped"}), TakeNotes());
-    EXPECT_EQ(2U, mLog.Lines().size());  // refused stops: of the queue and of its thread
-}
-
 namespace {
 
-// Checks when it runs and counts its ends.
-struct Message : MsgHandlerBase {
-    using Due = std::pair<int64_t, const Message*>;
-
-    static int64_t NowNs() { return std::chrono::steady_clock::now().time_since_epoch().count(); }
-    void HandleMsg(int32_t&) override
-    {
-        EXPECT_LE(dueNs, NowNs());
-        if (lastDue != nullptr) {
-            EXPECT_EQ(dueNs, NowNs());
-            EXPECT_LT(*lastDue, Due(dueNs, this));
-            *lastDue = Due(dueNs, this);
-        }
-        NotifyFinished();
-    }
-    void NotifyFinished() override
-    {
-        ++ends;
-        MsgHandlerBase::NotifyFinished();
-    }
-
-    Due* lastDue = nullptr;  // in a simulation: of the last message of this producer that ran; used by the worker
-    int64_t dueNs = 0;
-    int expectedEnds = 0;
-    std::atomic<int> ends{0};
-};
-
-// Two threads queue messages, remove some and wait for others, while two may restart the queue.
-void UseFromManySides(unsigned int seed, uint64_t unitNs, bool isSimulated)
-{
-    const auto sleep = [=](uint64_t units) {
-        std::this_thread::sleep_for(std::chrono::nanoseconds(units * unitNs));
-    };
-    std::array<std::array<Message, 20>, 2> messages;
-    std::array<Message::Due, 2> lastDue;
-    MsgQueue queue;
-    EXPECT_EQ(0, queue.Start("queue", Thread::PRIORITY_MIN));
-    const auto produce = [&](size_t lane) {
-        std::mt19937 random(seed * 10 + static_cast<unsigned int>(lane));
-        for (Message& message : messages[lane]) {
-            constexpr std::array<uint64_t, 4> DELAYS{0, 1, 5, 20};
-            const uint64_t delayNs = DELAYS[random() % 4] * unitNs;
-            queue.GetThreadId();  // also while another thread destroys the worker
-            message.lastDue = isSimulated ? &lastDue[lane] : nullptr;
-            message.dueNs = Message::NowNs() + static_cast<int64_t>(delayNs);
-            message.expectedEnds = queue.QueueMsg(&message, delayNs) == 0 ? 1 : 0;
-            if (random() % 4 == 0) {
-                queue.RemoveMsg(&message);
-            } else if (message.expectedEnds == 1 && random() % 4 == 0) {
-                message.Wait();
-            }
-            sleep(random() % 4);
-        }
-    };
-    const auto restart = [&] {
-        for (int i = 0; i < 2 && seed % 3 == 0; ++i) {
-            sleep(15);
-            queue.Stop();
-            EXPECT_EQ(0, queue.Start("queue", Thread::PRIORITY_MIN));
-        }
-    };
-    std::thread threads[] = {std::thread(produce, 0), std::thread(produce, 1), std::thread(restart)};
-    restart();
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-    if (seed % 3 == 1) {
-        sleep(20);
-    }
-    queue.Stop();
-    for (const auto& lane : messages) {
-        for (const Message& message : lane) {
-            EXPECT_EQ(message.expectedEnds, message.ends);
-        }
-    }
-}
+void Sleep(uint64_t ns) { std::this_thread::sleep_for(std::chrono::nanoseconds(ns)); }
 
 }  // namespace
 
+// Two threads queue messages, remove some and wait for others, while two may restart the queue.
 TEST(MsgQueueSchedules, ConserveEachMessageAndRunItInTime)
 {
-    ForEachSeed(80, [](unsigned int seed) { UseFromManySides(seed, 1, true); });
+    ForEachSeed(80, [](unsigned int seed) {
+        std::array<std::array<Recorder, 20>, 2> messages;
+        std::array<std::atomic<int>, 2> ends{};
+        std::array<int, 2> expectedEnds{};
+        std::array<std::pair<uint64_t, size_t>, 2> last;  // due time and number of the last message that ran
+        MsgQueue queue;
+        EXPECT_EQ(0, queue.Start("queue", Thread::PRIORITY_MIN));
+        const auto produce = [&](size_t lane) {
+            std::mt19937 random(seed * 10 + static_cast<unsigned int>(lane));
+            for (size_t i = 0; i < messages[lane].size(); ++i) {
+                Recorder& message = messages[lane][i];
+                constexpr std::array<uint64_t, 4> DELAYS_NS{0, 1, 5, 20};
+                const uint64_t delayNs = DELAYS_NS[random() % 4];
+                const std::pair due(Simulation::NowNs() + delayNs, i);
+                message.onEnd = [&, lane, due](bool isRun) {
+                    ++ends[lane];
+                    if (isRun) {
+                        EXPECT_EQ(due.first, Simulation::NowNs());
+                        EXPECT_LT(last[lane], due);
+                        last[lane] = due;
+                    }
+                };
+                queue.GetThreadId();  // also while another thread destroys the worker
+                const bool isQueued = queue.QueueMsg(&message, delayNs) == 0;
+                expectedEnds[lane] += isQueued ? 1 : 0;
+                if (random() % 4 == 0) {
+                    queue.RemoveMsg(&message);
+                } else if (isQueued && random() % 4 == 0) {
+                    message.Wait();
+                }
+                Sleep(random() % 4);
+            }
+        };
+        const auto restart = [&] {
+            for (int i = 0; i < 2 && seed % 3 == 0; ++i) {
+                Sleep(15);
+                queue.Stop();
+                EXPECT_EQ(0, queue.Start("queue", Thread::PRIORITY_MIN));
+            }
+        };
+        std::thread threads[] = {std::thread(produce, 0), std::thread(produce, 1), std::thread(restart)};
+        restart();
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+        if (seed % 3 == 1) {
+            Sleep(20);
+        }
+        queue.Stop();
+        EXPECT_EQ(expectedEnds[0], ends[0]);
+        EXPECT_EQ(expectedEnds[1], ends[1]);
+    });
 }
 
 TEST(MsgQueueSchedules, EachStopAndRemovalReturnsAfterTheDropAndAStartWaits)
 {
-    struct SlowMessage : Message {
-        void NotifyFinished() override
-        {
-            Simulation::LetOthersRun();
-            Message::NotifyFinished();
-        }
-    };
     ForEachSeed(200, [](unsigned int) {
-        SlowMessage pending;
+        int ends = 0;
+        Recorder pending;
+        pending.onEnd = [&](bool /*isRun*/) {
+            Simulation::LetOthersRun();
+            ++ends;
+        };
         MsgQueue queue;
         const auto start = [&] { EXPECT_EQ(0, queue.Start("queue", Thread::PRIORITY_MIN)); };
         const auto stop = [&] {
             queue.Stop();
-            EXPECT_EQ(1, pending.ends);
+            EXPECT_EQ(1, ends);
         };
         const auto remove = [&] {
             queue.RemoveMsg(&pending);
-            EXPECT_EQ(1, pending.ends);
+            EXPECT_EQ(1, ends);
         };
+        const uint64_t startNs = Simulation::NowNs();
         start();
         EXPECT_EQ(0, queue.QueueMsg(&pending, HOUR_NS));
         std::thread threads[] = {std::thread(stop), std::thread(start), std::thread(stop), std::thread(remove)};
         for (std::thread& thread : threads) {
             thread.join();
         }
+        queue.Stop();
+        EXPECT_EQ(startNs, Simulation::NowNs());  // no thread has waited for the due time
     });
 }
 
-// With the clock and the scheduler of the system.
-TEST(MsgQueueLoad, LosesNoMessageAndRunsNoneEarly)
+// The thread object is destroyed on its own worker, too, perhaps while QueueMsg() has not returned.
+TEST(MsgQueueSchedules, AHandlerMayDestroyItsQueue)
 {
-    for (unsigned int seed = 1; seed <= 100; ++seed) {
-        UseFromManySides(seed, 10'000, false);
-    }
+    ForEachSeed(80, [](unsigned int) {
+        const LogCapture log;
+        auto queue = std::make_unique<MsgQueue>();
+        MsgQueue& alias = *queue;
+        int ends = 0;
+        Recorder pending;
+        pending.onEnd = [&](bool isRun) { ends += isRun ? 10 : 1; };
+        Recorder destroyer;
+        destroyer.onEnd = [&](bool /*isRun*/) { queue.reset(); };
+        ASSERT_EQ(0, alias.Start("doomed", Thread::PRIORITY_MIN));
+        EXPECT_EQ(0, alias.QueueMsg(&pending, HOUR_NS));
+        EXPECT_EQ(0, alias.QueueMsg(&destroyer, 0));
+        destroyer.Wait();
+        EXPECT_EQ(1, ends);
+        EXPECT_EQ(2U, log.Lines().size());  // refused stops: of the queue and of its thread
+    });
 }
 
-TEST(MsgHandlerSchedules, FinishOnceForAllWaiters)
+TEST(MsgHandlerSchedules, FinishForAllWaitersAndMayBeDestroyedAtOnce)
 {
     ForEachSeed(20, [](unsigned int) {
         auto handler = std::make_unique<Event>();
-        const auto wait = [&] { handler->Wait(); };
-        const auto notify = [&] { handler->NotifyFinished(); };
-        std::thread threads[] = {std::thread(wait), std::thread(wait), std::thread(notify)};
-        for (std::thread& thread : threads) {
-            thread.join();
+        Event* const shared = handler.get();
+        const auto wait = [=] { shared->Wait(); };
+        std::thread waiters[] = {std::thread(wait), std::thread(wait)};
+        shared->NotifyFinished();
+        for (std::thread& waiter : waiters) {
+            waiter.join();
         }
         handler = std::make_unique<Event>();
-        std::thread another([shared = handler.get()] { shared->NotifyFinished(); });
+        std::thread notifier([notified = handler.get()] { notified->NotifyFinished(); });
         handler->Wait();
-        handler.reset();  // at once
-        another.join();
+        handler.reset();
+        notifier.join();
     });
 }

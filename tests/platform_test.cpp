@@ -40,6 +40,7 @@ TEST(Log, WritesTheColumnsOfThreadtime)
     testing::internal::CaptureStderr();
     errno = 77;
     EXPECT_GT(__android_log_print(ANDROID_LOG_WARN, "Tag", "%s=%d", "text", 5), 0);
+    EXPECT_LT(__android_log_print(ANDROID_LOG_WARN, "Tag", "%ls", L"\u20AC"), 0);  // cannot be formatted
     EXPECT_EQ(77, errno);
     // By another thread, without a tag, and with a priority that has no letter.
     std::thread(__android_log_print, 9, nullptr, "%s", longText.c_str()).join();
@@ -63,6 +64,15 @@ __attribute__((noinline)) static void LogDeepStack(int depth, int32_t ignoreDept
     asm volatile("" ::: "memory");
 }
 
+[[noreturn]] __attribute__((noinline)) static void LogStackAndThrow()
+{
+    LogStack(0);
+    throw 0;
+}
+
+// Its call is its last instruction: the return address is behind the function.
+[[noreturn]] __attribute__((noinline, visibility("default"))) void EndInACall() { LogStackAndThrow(); }
+
 TEST(CallStack, LeavesOutTheInnermostFramesAskedForAndSaysWhenItIsCut)
 {
     const auto stackOf = [](int depth, int32_t ignoreDepth) {
@@ -77,7 +87,11 @@ TEST(CallStack, LeavesOutTheInnermostFramesAskedForAndSaysWhenItIsCut)
                               "[^\n]*#01 pc [^\n]*LogStack\\(int\\)[+][0-9]{1,3}\\)\n"
                               "[^\n]*#02 pc [0-9a-f]{16}  [^\n]*/platform_tests\n"));
     EXPECT_THAT(stackOf(0, 1), ContainsRegex("^[^\n]*#00 pc [^\n]*LogStack\\(int\\)"));
+    EXPECT_THAT(stackOf(0, 0), ContainsRegex("\\(main[+]"));  // a name of C
     EXPECT_EQ("", stackOf(0, 200));  // this stack has fewer frames
+    testing::internal::CaptureStderr();
+    EXPECT_ANY_THROW(EndInACall());
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), ContainsRegex("\\(EndInACall\\(\\)[+]"));
 }
 
 TEST(BoundedCopy, CopiesOrZeroes)
