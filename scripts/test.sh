@@ -13,6 +13,8 @@ for argument in "$@"; do
     [[ $argument != -* ]] || grep -qwFe "${argument%%[=0-9]*}" <<<"$options" || fail "ctest has no option $argument"
 done
 
+[ $# -eq 0 ] || [[ ${!#} != -* ]] || ! grep -qFe " ${!#} <" <<<"$options" || fail "${!#} needs a value"
+
 build release
 ! ctest --preset release -N "$@" | grep -qx 'Total Tests: 0' || fail "no test matches $*"
 if ctest --preset release --no-tests=error "$@"; then

@@ -214,6 +214,7 @@ const std::function<bool(State&)> OPERATIONS[] = {
     [](State& state) {
         osal::MediaParam other(state.parcel);
         other.WriteInt32(1);
+        other.WriteString(LONG_TEXT.c_str());
         try {
             state.parcel = other;
         } catch (const std::bad_alloc&) {
@@ -301,10 +302,11 @@ TEST(Faults, OfCopiesLeaveZeroedBytesAndAnEmptyParcel)
     const LogCapture log;
     EXPECT_TRUE(meta->SetByteBuffer("b", gBytes, 3));
     isShared = true;
-    shared[0] = 1;
+    std::fill(std::begin(shared), std::end(shared), uint8_t{1});
     EXPECT_FALSE(meta->SetByteBuffer("b", shared, sizeof(shared)));
     osal::MediaMeta::ByteBuffer stored{};
-    EXPECT_TRUE(meta->GetByteBuffer("b", stored) && stored.size == sizeof(shared) && stored.data[0] == 0);
+    EXPECT_TRUE(meta->GetByteBuffer("b", stored) && stored.size == sizeof(shared));
+    EXPECT_EQ(sizeof(shared), std::count(stored.data, stored.data + stored.size, 0));
     EXPECT_EQ(nullptr, meta->Copy());
     EXPECT_FALSE(target.Merge(meta));
     EXPECT_TRUE(target.ContainsKey("b"));
@@ -332,6 +334,8 @@ TEST(Allocations, AreNotMadeForSlotsAndExistingKeys)
         meta.End();
         meta.SetInt32("c", 1);
         const int before = allocations;
+        int32_t value = 0;
+        EXPECT_TRUE(meta.GetInt32(key, value));
         EXPECT_TRUE(meta.Begin().Key() == key && meta.End() == meta.End());
         EXPECT_TRUE(meta.ContainsKey(key) && meta.SetInt32(key, 2) && !meta.SetInt64(key, 2));
         EXPECT_EQ(before, allocations);

@@ -612,6 +612,7 @@ struct Run {
             side.param = from.param;
             Copy(side.modelParam, &from.modelParam);
         }
+        Transfer(side, READ, &Param::WritePointer, &Param::ReadPointer);  // the first one again
     }
 };
 
@@ -624,8 +625,8 @@ std::string RunModel(const uint8_t* data, size_t size)
         for (; size >= STEP_BYTES; data += STEP_BYTES, size -= STEP_BYTES) {
             run.Step(data);
         }
-    } catch (const std::runtime_error& difference) {
-        return run.steps.str() + difference.what();
+    } catch (const std::exception& error) {  // a difference, or what the library has thrown
+        return run.steps.str() + error.what();
     }
     return {};
 }

@@ -85,7 +85,7 @@ TEST(CallStack, LeavesOutTheInnermostFramesAskedForAndSaysWhenItIsCut)
     EXPECT_THAT(stackOf(0, 0),
                 ContainsRegex("^[^\n]* D Stack   : #00 pc [^\n]*android::CallStack::CallStack[^\n]*\n"
                               "[^\n]*#01 pc [^\n]*LogStack\\(int\\)[+][0-9]{1,3}\\)\n"
-                              "[^\n]*#02 pc [0-9a-f]{16}  [^\n]*/platform_tests\n"));
+                              "[^\n]* D Stack   : #02 pc [0-9a-f]{16}  [^\n]*/platform_tests\n"));
     EXPECT_THAT(stackOf(0, 1), ContainsRegex("^[^\n]*#00 pc [^\n]*LogStack\\(int\\)"));
     EXPECT_THAT(stackOf(0, 0), ContainsRegex("\\(main[+]"));  // a name of C
     EXPECT_EQ("", stackOf(0, 200));  // this stack has fewer frames
