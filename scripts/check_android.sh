@@ -7,6 +7,7 @@ cd "$(dirname "$0")/.."
 export LC_ALL=C  # sort and comm must agree on the order
 
 [ $# -eq 0 ] || usage
+need_plain_path
 
 if [ -n "${ANDROID_NDK-}" ]; then
     [ -f "$ANDROID_NDK/build/cmake/android.toolchain.cmake" ] || fail "there is no NDK in ANDROID_NDK: $ANDROID_NDK"

@@ -6,10 +6,18 @@ cd "$(dirname "$0")/.."
 . scripts/lib.sh
 
 [ $# -eq 0 ] || usage
+need_plain_path
 need c++=g++ cmake=cmake ninja=ninja-build pkg-config=pkgconf gdb=gdb
 build package
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
+
+# The program includes each header, so that a header that is not installed is missed.
+program=$scratch/main.cpp
+{
+    printf '#include <osal/%s>\n' $(cd include/osal && ls)
+    cat examples/minimal.cpp
+} >"$program"
 
 # quietly COMMAND...: shows the output of the command only if the command fails.
 quietly()
@@ -22,7 +30,7 @@ build_outside()
 {
     local folder=$1
     shift
-    quietly cmake -S tests/outside -B "$folder" -G Ninja "$@" && quietly cmake --build "$folder"
+    quietly cmake -S tests/outside -B "$folder" -G Ninja -DOSAL_PROGRAM="$program" "$@" && quietly cmake --build "$folder"
 }
 
 # use_installed NAME PREFIX: uses the library in PREFIX, found by CMake and by pkg-config, and no other copy of it.
@@ -36,7 +44,7 @@ use_installed()
     libraries=$(dirname "$(dirname "$(find "$2" -name osal.pc)")")
     local -x PKG_CONFIG_PATH=$libraries/pkgconfig
     # shellcheck disable=SC2046  # they are several words
-    quietly c++ -std=c++17 -g tests/outside/main.cpp -o "$scratch/$1-pkg-config" $(pkg-config --cflags --libs osal) ||
+    quietly c++ -std=c++17 -g "$program" -o "$scratch/$1-pkg-config" $(pkg-config --cflags --libs osal) ||
         fail "$1: pkg-config gives the wrong flags"
     LD_LIBRARY_PATH=$libraries quietly "$scratch/$1-pkg-config" || fail "$1: the program built with pkg-config failed"
 }
@@ -49,9 +57,9 @@ show_in_gdb()
     libraries=$(dirname "$(find "$2" -name libosal.so)")
     shift 2
     shown=$(gdb -nx -batch -iex "add-auto-load-safe-path $scratch" "$@" -iex "set breakpoint pending on" \
-        -ex "set environment LD_LIBRARY_PATH $libraries" -ex "break osal::MemfdCreateRegion" \
+        -ex "set environment LD_LIBRARY_PATH $libraries" -ex "break osal::MsgQueue::QueueMsg" \
         -ex run -ex up -ex "print *meta" "$scratch/$name-pkg-config" 2>&1) || true
-    [[ $shown == *'{"answer" = META_TYPE_INT32 42}'* ]] || { echo "$shown" >&2; fail "$name: GDB does not show a container"; }
+    [[ $shown == *'{"title" = META_TYPE_STRING "One buffer after another"}'* ]] || { echo "$shown" >&2; fail "$name: GDB does not show a container"; }
 }
 
 obstacle=$(gdb_obstacle)

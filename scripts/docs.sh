@@ -7,6 +7,7 @@ cd "$(dirname "$0")/.."
 . scripts/lib.sh
 
 [ $# -eq 0 ] || usage
+need_plain_path
 need python3=python3 doxygen=doxygen doxygen-awesome-css
 scripts/snippets.py || fail "the documents and the examples differ"
 rm -rf build/docs

@@ -16,6 +16,12 @@ fail()
 
 mkdir -p build 2>/dev/null && [ -w build ] || fail "cannot write to $PWD/build"
 
+# need_plain_path: fails where a path with a space would be taken for two.
+need_plain_path()
+{
+    [[ $PWD != *[[:space:]]* ]] || fail "works only in a folder without a space in its path: $PWD"
+}
+
 # need [COMMAND=]PACKAGE...: installs each Debian package if its COMMAND is missing, or, without COMMAND, if the
 # package is missing. On a system without dpkg, packages without COMMAND are not checked: CMake reports missing
 # libraries.
